@@ -1,0 +1,39 @@
+// The frame shared by the exported estimators: argument refusals, routing by the queue's
+// device, and the list of type and layout combinations that are instantiated.
+#pragma once
+
+#include <sycl/sycl.hpp>
+
+#include "tavrel/qnd/exceptions.hpp"
+#include "tavrel/qnd/stats.hpp"
+
+namespace tavrel::qnd::stats::detail {
+
+// Refuses a call whose output arguments fail a check of the family, with the family's words.
+inline void check_argument(bool refused, const char* family, const char* words) {
+    if (refused)
+        throw invalid_argument("stats", family, words);
+}
+
+// Sends a pointer-form call to the engine of the queue's device. The CPU question comes first,
+// so a device that is both is served as a CPU; a device that is neither is refused.
+template <typename OnGpu>
+sycl::event route_usm(sycl::queue& queue, const char* family, OnGpu&& on_gpu) {
+    if (queue.get_device().is_cpu()) {
+        // The CPU engine is not wired into this library yet.
+        throw unimplemented("stats", family, "CPU devices");
+    }
+    if (!queue.get_device().is_gpu()) {
+        throw unsupported_device("stats", family, queue.get_device());
+    }
+    return on_gpu();
+}
+
+}  // namespace tavrel::qnd::stats::detail
+
+// Expands X(M, T, L) for the four exported combinations of element type and layout.
+#define QND_FOR_TYPES_AND_LAYOUTS(X, M) \
+    X(M, float, row_major)              \
+    X(M, float, col_major)              \
+    X(M, double, row_major)             \
+    X(M, double, col_major)
