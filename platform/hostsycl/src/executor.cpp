@@ -1,0 +1,378 @@
+// The nd_range executor: work-groups on a pool of host threads, work-items of a group as
+// fibers spawned lazily at the first barrier, with pooled stacks and a per-thread local arena.
+#include <algorithm>
+#include <atomic>
+#include <condition_variable>
+#include <cstdlib>
+#include <deque>
+#include <exception>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include <boost/context/fiber.hpp>
+#include <boost/context/protected_fixedsize_stack.hpp>
+
+#include "objects.hpp"
+
+#if defined(__SANITIZE_THREAD__)
+#define HOSTSYCL_TSAN 1
+#elif defined(__has_feature)
+#if __has_feature(thread_sanitizer)
+#define HOSTSYCL_TSAN 1
+#endif
+#endif
+#ifdef HOSTSYCL_TSAN
+#include <sanitizer/tsan_interface.h>
+#endif
+
+namespace ctx = boost::context;
+
+namespace sycl {
+namespace detail {
+
+__thread char* local_arena_base = nullptr;
+
+namespace {
+
+constexpr std::size_t stack_bytes = 256 * 1024;
+constexpr std::size_t arena_alignment = 64;
+
+// Fiber stacks of one thread, kept for reuse across groups and launches.
+struct stack_pool {
+    std::vector<ctx::stack_context> free;
+    ~stack_pool() {
+        ctx::protected_fixedsize_stack allocator(stack_bytes);
+        for (auto& s : free)
+            allocator.deallocate(s);
+    }
+};
+
+// The stack allocator of a work-item's fiber: takes from and returns to the thread's pool.
+struct pooled_stack {
+    stack_pool* pool;
+    ctx::stack_context allocate() {
+        if (!pool->free.empty()) {
+            ctx::stack_context s = pool->free.back();
+            pool->free.pop_back();
+            return s;
+        }
+        return ctx::protected_fixedsize_stack(stack_bytes).allocate();
+    }
+    void deallocate(ctx::stack_context& s) noexcept { pool->free.push_back(s); }
+};
+
+struct work_item {
+    ctx::fiber fiber;      // the work-item while it waits at a barrier
+    ctx::fiber scheduler;  // the group's scheduler while the work-item runs
+    std::size_t barriers = 0;
+    bool finished = false;
+    std::exception_ptr error;
+    item_state state{};
+#ifdef HOSTSYCL_TSAN
+    void* tsan_fiber = nullptr;
+#endif
+};
+
+// What one thread owns to run groups: stacks, work-item slots, the local arena, scratch.
+struct thread_state {
+    stack_pool stacks;
+    std::deque<work_item> items;  // a deque keeps slots in place as it grows
+    std::unique_ptr<char, decltype(&std::free)> arena{nullptr, &std::free};
+    std::size_t arena_bytes = 0;
+    std::vector<unsigned char> scratch;
+
+    char* arena_of(std::size_t bytes) {
+        if (bytes > arena_bytes) {
+            const std::size_t rounded =
+                (bytes + arena_alignment - 1) / arena_alignment * arena_alignment;
+            void* p = nullptr;
+            if (posix_memalign(&p, arena_alignment, rounded) != 0)
+                throw exception(errc::memory_allocation, "Cannot allocate local memory.");
+            arena.reset(static_cast<char*>(p));
+            arena_bytes = rounded;
+        }
+        return arena.get();
+    }
+};
+
+thread_state& this_thread_state() {
+    thread_local thread_state state;
+    return state;
+}
+
+}  // namespace
+
+struct group_state {
+    const launch_desc* launch = nullptr;
+    std::size_t group_id = 0;
+    std::vector<unsigned char>* scratch = nullptr;
+    work_item* current = nullptr;       // the running fiber; null while items run as plain calls
+    const item_state* plain = nullptr;  // the running plain call
+#ifdef HOSTSYCL_TSAN
+    void* scheduler_tsan = nullptr;
+#endif
+};
+
+namespace {
+
+[[noreturn]] void throw_kernel_error(const group_state& g, const std::string& what) {
+    throw exception(errc::kernel, "Kernel '" + g.launch->kernel_name + "', work-group " +
+                                      std::to_string(g.group_id) + ": " + what);
+}
+
+void start(group_state& g, work_item& w, std::size_t local_id, const item_state& base) {
+    w.barriers = 0;
+    w.finished = false;
+    w.error = nullptr;
+    w.state = base;
+    w.state.local_id = local_id;
+#ifdef HOSTSYCL_TSAN
+    if (w.tsan_fiber == nullptr)
+        w.tsan_fiber = __tsan_create_fiber(0);
+#endif
+    const launch_desc* launch = g.launch;
+    w.fiber = ctx::fiber(std::allocator_arg, pooled_stack{&this_thread_state().stacks},
+                         [&w, &g, launch](ctx::fiber&& scheduler) {
+                             w.scheduler = std::move(scheduler);
+                             try {
+                                 const std::size_t l = w.state.local_id;
+                                 launch->run_items(launch->kernel.get(), w.state, l, l + 1);
+                             } catch (const ctx::detail::forced_unwind&) {
+#ifdef HOSTSYCL_TSAN
+                                 __tsan_switch_to_fiber(g.scheduler_tsan, 0);
+#endif
+                                 throw;
+                             } catch (...) {
+                                 w.error = std::current_exception();
+                             }
+                             w.finished = true;
+#ifdef HOSTSYCL_TSAN
+                             __tsan_switch_to_fiber(g.scheduler_tsan, 0);
+#endif
+                             (void)g;
+                             return std::move(w.scheduler);
+                         });
+}
+
+void resume(group_state& g, work_item& w) {
+    g.current = &w;
+#ifdef HOSTSYCL_TSAN
+    __tsan_switch_to_fiber(w.tsan_fiber, 0);
+#endif
+    w.fiber = std::move(w.fiber).resume();
+    g.current = nullptr;
+}
+
+// Destroys the fibers still waiting at a barrier, unwinding their stacks.
+void abandon(group_state& g, std::deque<work_item>& items, std::size_t n) {
+    for (std::size_t i = 0; i < n; ++i) {
+        if (items[i].fiber) {
+            g.current = &items[i];
+#ifdef HOSTSYCL_TSAN
+            __tsan_switch_to_fiber(items[i].tsan_fiber, 0);
+#endif
+            items[i].fiber = ctx::fiber();
+            g.current = nullptr;
+        }
+        items[i].scheduler = ctx::fiber();
+    }
+}
+
+// After a round every work-item is either finished or waiting at the same barrier.
+void check_round(group_state& g, std::deque<work_item>& items, std::size_t n) {
+    for (std::size_t i = 0; i < n; ++i)
+        if (items[i].error)
+            std::rethrow_exception(items[i].error);
+    std::size_t finished = 0;
+    std::size_t first_finished = 0;
+    std::size_t first_waiting = 0;
+    for (std::size_t i = n; i-- > 0;) {
+        if (items[i].finished) {
+            ++finished;
+            first_finished = i;
+        } else {
+            first_waiting = i;
+        }
+    }
+    if (finished != 0 && finished != n)
+        throw_kernel_error(g, "work-item " + std::to_string(first_finished) +
+                                  " returned while work-item " + std::to_string(first_waiting) +
+                                  " waits at barrier " +
+                                  std::to_string(items[first_waiting].barriers) +
+                                  "; every work-item of a group must reach the same barriers.");
+}
+
+void run_group(const launch_desc& launch, std::size_t group_id, std::size_t group_count) {
+    thread_state& ts = this_thread_state();
+    const std::size_t n = launch.local_size;
+    group_state g;
+    g.launch = &launch;
+    g.group_id = group_id;
+    g.scratch = &ts.scratch;
+#ifdef HOSTSYCL_TSAN
+    g.scheduler_tsan = __tsan_get_current_fiber();
+#endif
+    local_arena_base = ts.arena_of(launch.local_arena_bytes + launch.largest_local_bytes);
+    item_state base{0, group_id, n, group_count, &g};
+
+    // A group of one needs no fiber: its barriers have nobody to wait for.
+    if (n == 1) {
+        g.plain = &base;
+        launch.run_items(launch.kernel.get(), base, 0, 1);
+        return;
+    }
+    while (ts.items.size() < n)
+        ts.items.emplace_back();
+    std::deque<work_item>& items = ts.items;
+    try {
+        // Work-item 0 runs first on its fiber; if it never reaches a barrier, the others run
+        // as plain calls.
+        start(g, items[0], 0, base);
+        resume(g, items[0]);
+        if (items[0].finished) {
+            if (items[0].error)
+                std::rethrow_exception(items[0].error);
+            item_state s = base;
+            g.plain = &s;
+            launch.run_items(launch.kernel.get(), s, 1, n);
+            return;
+        }
+        for (std::size_t i = 1; i < n; ++i) {
+            start(g, items[i], i, base);
+            resume(g, items[i]);
+        }
+        for (;;) {
+            check_round(g, items, n);
+            if (items[0].finished)
+                break;
+            for (std::size_t i = 0; i < n; ++i)
+                resume(g, items[i]);
+        }
+    } catch (...) {
+        abandon(g, items, n);
+        throw;
+    }
+    abandon(g, items, n);
+}
+
+// The threads that run work-groups; as many as the machine has cores.
+struct worker_pool {
+    std::mutex mutex;
+    std::condition_variable wake;
+    std::deque<std::function<void()>> tasks;
+    std::vector<std::thread> threads;
+
+    explicit worker_pool(unsigned count) {
+        for (unsigned i = 0; i < count; ++i)
+            threads.emplace_back([this] { serve(); });
+    }
+    void serve() {
+        for (;;) {
+            std::function<void()> task;
+            {
+                std::unique_lock<std::mutex> lock(mutex);
+                wake.wait(lock, [this] { return !tasks.empty(); });
+                task = std::move(tasks.front());
+                tasks.pop_front();
+            }
+            task();
+        }
+    }
+    void post(std::function<void()> task) {
+        {
+            std::lock_guard<std::mutex> lock(mutex);
+            tasks.push_back(std::move(task));
+        }
+        wake.notify_one();
+    }
+};
+
+unsigned core_count() {
+    const unsigned n = std::thread::hardware_concurrency();
+    return n == 0 ? 1 : n;
+}
+
+worker_pool& pool() {
+    static auto* p = new worker_pool(core_count());  // lives as long as the process
+    return *p;
+}
+
+// The slices of one launch: completion count and the first error.
+struct launch_progress {
+    std::mutex mutex;
+    std::condition_variable done;
+    std::size_t remaining = 0;
+    std::exception_ptr error;
+    std::atomic<bool> failed{false};
+};
+
+void run_slice(const launch_desc& launch,
+               std::size_t first,
+               std::size_t last,
+               std::size_t group_count,
+               launch_progress& progress) {
+    try {
+        for (std::size_t g = first; g < last && !progress.failed.load(); ++g)
+            run_group(launch, g, group_count);
+    } catch (...) {
+        std::lock_guard<std::mutex> lock(progress.mutex);
+        if (!progress.error)
+            progress.error = std::current_exception();
+        progress.failed = true;
+    }
+    std::lock_guard<std::mutex> lock(progress.mutex);
+    if (--progress.remaining == 0)
+        progress.done.notify_all();
+}
+
+}  // namespace
+
+void group_barrier(group_state* g) {
+    if (g->launch->local_size == 1)
+        return;
+    work_item* w = g->current;
+    if (w == nullptr)
+        throw_kernel_error(*g, "work-item " + std::to_string(g->plain->local_id) +
+                                   " reached a barrier that work-item 0 never reached; every "
+                                   "work-item of a group must reach the same barriers.");
+    ++w->barriers;
+#ifdef HOSTSYCL_TSAN
+    __tsan_switch_to_fiber(g->scheduler_tsan, 0);
+#endif
+    w->scheduler = std::move(w->scheduler).resume();
+}
+
+void* group_scratch(group_state* g, std::size_t bytes) {
+    if (g->scratch->size() < bytes)
+        g->scratch->resize(bytes);
+    return g->scratch->data();
+}
+
+void run_nd_range(const launch_desc& launch) {
+    if (launch.local_size == 0 || launch.global_size == 0)
+        return;
+    const std::size_t groups = launch.global_size / launch.local_size;
+    const std::size_t slices = std::min<std::size_t>(groups, core_count());
+    launch_progress progress;
+    progress.remaining = slices;
+    // Contiguous slices; the calling thread takes the first one itself.
+    for (std::size_t s = 1; s < slices; ++s) {
+        const std::size_t first = groups * s / slices;
+        const std::size_t last = groups * (s + 1) / slices;
+        pool().post([&launch, first, last, groups, &progress] {
+            run_slice(launch, first, last, groups, progress);
+        });
+    }
+    run_slice(launch, 0, groups / slices, groups, progress);
+    std::unique_lock<std::mutex> lock(progress.mutex);
+    progress.done.wait(lock, [&] { return progress.remaining == 0; });
+    if (progress.error)
+        std::rethrow_exception(progress.error);
+}
+
+}  // namespace detail
+}  // namespace sycl
