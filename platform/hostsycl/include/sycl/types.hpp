@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <initializer_list>
 #include <memory>
+#include <type_traits>
 #include <typeindex>
 #include <vector>
 
@@ -132,11 +133,24 @@ struct no_init {};
 }  // namespace property
 inline constexpr property::no_init no_init{};
 
+template <typename T>
+struct is_property : std::false_type {};
+template <>
+struct is_property<property::queue::in_order> : std::true_type {};
+template <>
+struct is_property<property::queue::enable_profiling> : std::true_type {};
+template <>
+struct is_property<property::buffer::use_host_ptr> : std::true_type {};
+template <>
+struct is_property<property::no_init> : std::true_type {};
+
 // A set of properties, each held by its type.
 class property_list {
   public:
     property_list() = default;
-    template <typename... Props>
+    template <
+        typename... Props,
+        typename = std::enable_if_t<(sizeof...(Props) > 0) && (is_property<Props>::value && ...)>>
     property_list(Props... props) : types_{std::type_index(typeid(props))...} {}
     template <typename Prop>
     bool has_property() const {
