@@ -1,0 +1,579 @@
+// Block kernels written once over the vector width of the including unit, which compiles them for
+// one instruction set (QND_ISA names its namespace, QND_VECTOR_BYTES its vector size).
+//
+// Everything here lives in the per-set namespace and uses no out-of-line helper of another unit,
+// so that no code of a wider set can be shared with a narrower one by the linker.
+#pragma once
+
+#include <cstdint>
+#include <cstring>
+
+#include "kernel_set.hpp"
+
+#if !defined(QND_ISA) || !defined(QND_VECTOR_BYTES) || !defined(QND_SET) || !defined(QND_SET_NAME)
+#error "define QND_ISA, QND_VECTOR_BYTES, QND_SET and QND_SET_NAME before this file"
+#endif
+
+namespace qnd_core {
+namespace QND_ISA {
+namespace {
+
+constexpr int lanes = QND_VECTOR_BYTES / 8;
+// Independent accumulators per sum: enough chains to cover the latency of the adds.
+constexpr int unroll = 4;
+constexpr double inf = __builtin_inf();
+
+typedef double vdouble __attribute__((vector_size(QND_VECTOR_BYTES)));
+typedef long long vmask __attribute__((vector_size(QND_VECTOR_BYTES)));
+typedef float vfloat_half __attribute__((vector_size(QND_VECTOR_BYTES / 2)));
+
+// Native vectors of T for the extremes, which need no conversion.
+template <class T>
+struct native;
+template <>
+struct native<double> {
+    typedef double type __attribute__((vector_size(QND_VECTOR_BYTES)));
+    typedef long long mask __attribute__((vector_size(QND_VECTOR_BYTES)));
+    static constexpr int size = QND_VECTOR_BYTES / 8;
+};
+template <>
+struct native<float> {
+    typedef float type __attribute__((vector_size(QND_VECTOR_BYTES)));
+    typedef int mask __attribute__((vector_size(QND_VECTOR_BYTES)));
+    static constexpr int size = QND_VECTOR_BYTES / 4;
+};
+
+inline vdouble load_wide(const double* p) {
+    vdouble v;
+    std::memcpy(&v, p, sizeof v);
+    return v;
+}
+
+// Float data are widened on load: every sum is taken in double.
+inline vdouble load_wide(const float* p) {
+    vfloat_half v;
+    std::memcpy(&v, p, sizeof v);
+    return __builtin_convertvector(v, vdouble);
+}
+
+inline vdouble splat(double s) {
+    return vdouble{} + s;
+}
+
+inline double lane_sum(vdouble v) {
+    double s = 0;
+    for (int l = 0; l < lanes; ++l) {
+        s += v[l];
+    }
+    return s;
+}
+
+inline double fold(const vdouble (&a)[unroll]) {
+    vdouble s = (a[0] + a[1]) + (a[2] + a[3]);
+    return lane_sum(s);
+}
+
+inline bool any(vmask m) {
+    long long r = 0;
+    for (int l = 0; l < lanes; ++l) {
+        r |= m[l];
+    }
+    return r != 0;
+}
+
+template <class M, int N>
+inline bool any_of(M m) {
+    for (int l = 0; l < N; ++l) {
+        if (m[l] != 0) {
+            return true;
+        }
+    }
+    return false;
+}
+
+// ---- moments of contiguous values ------------------------------------------------------------
+
+template <int Order, class T>
+bool moments_plain(const T* x, int64_t n, moment_sums* out) {
+    constexpr int step = unroll * lanes;
+    const int64_t nv = n - n % step;
+    vdouble s[unroll] = {};
+    for (int64_t i = 0; i < nv; i += step) {
+        for (int u = 0; u < unroll; ++u) {
+            s[u] += load_wide(x + i + u * lanes);
+        }
+    }
+    double sum = fold(s);
+    for (int64_t i = nv; i < n; ++i) {
+        sum += static_cast<double>(x[i]);
+    }
+    moment_sums r;
+    r.w = static_cast<double>(n);
+    r.w2 = r.w;
+    if (Order == 1 || n == 0) {
+        r.d1 = sum;
+        *out = r;
+        return true;
+    }
+    // Second pass, from cache, around the block's own mean.
+    const double c = sum / r.w;
+    const vdouble cv = splat(c);
+    vdouble a1[unroll] = {}, a2[unroll] = {}, a3[unroll] = {}, a4[unroll] = {};
+    for (int64_t i = 0; i < nv; i += step) {
+        for (int u = 0; u < unroll; ++u) {
+            const vdouble d = load_wide(x + i + u * lanes) - cv;
+            const vdouble d2 = d * d;
+            a1[u] += d;
+            a2[u] += d2;
+            if (Order >= 3) {
+                a3[u] += d2 * d;
+            }
+            if (Order >= 4) {
+                a4[u] += d2 * d2;
+            }
+        }
+    }
+    double s1 = fold(a1), s2 = fold(a2), s3 = fold(a3), s4 = fold(a4);
+    for (int64_t i = nv; i < n; ++i) {
+        const double d = static_cast<double>(x[i]) - c;
+        const double d2 = d * d;
+        s1 += d;
+        s2 += d2;
+        s3 += d2 * d;
+        s4 += d2 * d2;
+    }
+    r.c = c;
+    r.d1 = s1;
+    r.d2 = s2;
+    r.d3 = s3;
+    r.d4 = s4;
+    *out = r;
+    return true;
+}
+
+// Observations of weight 0 are dropped: their values are masked out before any product, so
+// that a NaN of weight 0 leaves no trace.
+template <int Order, class T>
+bool moments_weighted(const T* x, const T* w, int64_t n, moment_sums* out) {
+    const int64_t nv = n - n % lanes;
+    const vdouble zero = {};
+    vdouble sx = {}, sw = {}, sw2 = {};
+    vmask bad = {};
+    for (int64_t i = 0; i < nv; i += lanes) {
+        const vdouble wv = load_wide(w + i);
+        const vdouble xv = load_wide(x + i);
+        bad |= ~(wv >= zero);
+        sx += (wv > zero) ? xv * wv : zero;
+        sw += wv;
+        sw2 += wv * wv;
+    }
+    double sumx = lane_sum(sx), sumw = lane_sum(sw), sumw2 = lane_sum(sw2);
+    bool ok = !any(bad);
+    for (int64_t i = nv; i < n; ++i) {
+        const double wi = static_cast<double>(w[i]);
+        ok = ok && wi >= 0;
+        if (wi > 0) {
+            sumx += static_cast<double>(x[i]) * wi;
+        }
+        sumw += wi;
+        sumw2 += wi * wi;
+    }
+    if (!ok) {
+        return false;
+    }
+    moment_sums r;
+    if (sumw == 0) {
+        *out = r;
+        return true;
+    }
+    r.w = sumw;
+    r.w2 = sumw2;
+    if (Order == 1) {
+        r.d1 = sumx;
+        *out = r;
+        return true;
+    }
+    const double c = sumx / sumw;
+    const vdouble cv = splat(c);
+    vdouble a1 = {}, a2 = {}, a3 = {}, a4 = {};
+    for (int64_t i = 0; i < nv; i += lanes) {
+        const vdouble wv = load_wide(w + i);
+        const vdouble d = (wv > zero) ? load_wide(x + i) - cv : zero;
+        const vdouble wd = wv * d;
+        const vdouble wd2 = wd * d;
+        a1 += wd;
+        a2 += wd2;
+        if (Order >= 3) {
+            const vdouble wd3 = wd2 * d;
+            a3 += wd3;
+            if (Order >= 4) {
+                a4 += wd3 * d;
+            }
+        }
+    }
+    double s1 = lane_sum(a1), s2 = lane_sum(a2), s3 = lane_sum(a3), s4 = lane_sum(a4);
+    for (int64_t i = nv; i < n; ++i) {
+        const double wi = static_cast<double>(w[i]);
+        if (wi > 0) {
+            const double d = static_cast<double>(x[i]) - c;
+            const double wd = wi * d;
+            const double wd2 = wd * d;
+            s1 += wd;
+            s2 += wd2;
+            s3 += wd2 * d;
+            s4 += (wd2 * d) * d;
+        }
+    }
+    r.c = c;
+    r.d1 = s1;
+    r.d2 = s2;
+    r.d3 = s3;
+    r.d4 = s4;
+    *out = r;
+    return true;
+}
+
+template <class T>
+bool moments(const T* x, const T* w, int64_t n, int order, moment_sums* out) {
+    if (w == nullptr) {
+        switch (order) {
+            case 1:
+                return moments_plain<1>(x, n, out);
+            case 2:
+                return moments_plain<2>(x, n, out);
+            case 3:
+                return moments_plain<3>(x, n, out);
+            default:
+                return moments_plain<4>(x, n, out);
+        }
+    }
+    switch (order) {
+        case 1:
+            return moments_weighted<1>(x, w, n, out);
+        case 2:
+            return moments_weighted<2>(x, w, n, out);
+        case 3:
+            return moments_weighted<3>(x, w, n, out);
+        default:
+            return moments_weighted<4>(x, w, n, out);
+    }
+}
+
+// ---- moments of strided values: vector lanes run across adjacent dimensions -----------------
+
+// Sums of weights of a block of rows; false if one is negative or not a number.
+template <class T>
+bool weight_sums(const T* w, int64_t rows, double* sumw, double* sumw2) {
+    double a = 0, b = 0;
+    bool ok = true;
+    for (int64_t r = 0; r < rows; ++r) {
+        const double wi = static_cast<double>(w[r]);
+        ok = ok && wi >= 0;
+        a += wi;
+        b += wi * wi;
+    }
+    *sumw = a;
+    *sumw2 = b;
+    return ok;
+}
+
+// One group of `lanes` adjacent dimensions, one vector lane each.
+template <int Order, class T>
+void moments_column_group(
+    const T* x, const T* w, int64_t rows, int64_t ld, double sumw, double sumw2, moment_sums* out) {
+    vdouble s[unroll] = {};
+    const int64_t rv = rows - rows % unroll;
+    if (w == nullptr) {
+        for (int64_t r = 0; r < rv; r += unroll) {
+            for (int u = 0; u < unroll; ++u) {
+                s[u] += load_wide(x + (r + u) * ld);
+            }
+        }
+        for (int64_t r = rv; r < rows; ++r) {
+            s[0] += load_wide(x + r * ld);
+        }
+    } else {
+        for (int64_t r = 0; r < rows; ++r) {
+            const double wr = static_cast<double>(w[r]);
+            if (wr > 0) {
+                s[r % unroll] += load_wide(x + r * ld) * wr;
+            }
+        }
+    }
+    const vdouble sum = (s[0] + s[1]) + (s[2] + s[3]);
+    if (Order == 1) {
+        for (int l = 0; l < lanes; ++l) {
+            moment_sums m;
+            m.w = sumw;
+            m.w2 = sumw2;
+            m.d1 = sumw == 0 ? 0 : sum[l];
+            out[l] = m;
+        }
+        return;
+    }
+    const vdouble cv = sum / sumw;
+    vdouble a1[unroll] = {}, a2[unroll] = {}, a3[unroll] = {}, a4[unroll] = {};
+    for (int64_t r = 0; r < rows; ++r) {
+        const int u = static_cast<int>(r % unroll);
+        vdouble d, wd;
+        if (w == nullptr) {
+            d = load_wide(x + r * ld) - cv;
+            wd = d;
+        } else {
+            const double wr = static_cast<double>(w[r]);
+            if (!(wr > 0)) {
+                continue;
+            }
+            d = load_wide(x + r * ld) - cv;
+            wd = d * wr;
+        }
+        const vdouble wd2 = wd * d;
+        a1[u] += wd;
+        a2[u] += wd2;
+        if (Order >= 3) {
+            const vdouble wd3 = wd2 * d;
+            a3[u] += wd3;
+            if (Order >= 4) {
+                a4[u] += wd3 * d;
+            }
+        }
+    }
+    const vdouble s1 = (a1[0] + a1[1]) + (a1[2] + a1[3]);
+    const vdouble s2 = (a2[0] + a2[1]) + (a2[2] + a2[3]);
+    const vdouble s3 = (a3[0] + a3[1]) + (a3[2] + a3[3]);
+    const vdouble s4 = (a4[0] + a4[1]) + (a4[2] + a4[3]);
+    for (int l = 0; l < lanes; ++l) {
+        moment_sums m;
+        if (sumw != 0) {
+            m.w = sumw;
+            m.w2 = sumw2;
+            m.c = cv[l];
+            m.d1 = s1[l];
+            m.d2 = s2[l];
+            m.d3 = s3[l];
+            m.d4 = s4[l];
+        }
+        out[l] = m;
+    }
+}
+
+// A single dimension of a strided block: the contiguous kernels' steps, one value per row, with
+// `unroll` independent sums so that each sum takes a quarter of the rows.
+template <int Order, class T>
+void moments_column_single(
+    const T* x, const T* w, int64_t rows, int64_t ld, double sumw, double sumw2, moment_sums* out) {
+    moment_sums m;
+    if (sumw == 0) {
+        *out = m;
+        return;
+    }
+    double s[unroll] = {};
+    for (int64_t r = 0; r < rows; ++r) {
+        const double wr = w == nullptr ? 1.0 : static_cast<double>(w[r]);
+        if (wr > 0) {
+            s[r % unroll] += static_cast<double>(x[r * ld]) * wr;
+        }
+    }
+    m.w = sumw;
+    m.w2 = sumw2;
+    const double sum = (s[0] + s[1]) + (s[2] + s[3]);
+    if (Order == 1) {
+        m.d1 = sum;
+        *out = m;
+        return;
+    }
+    m.c = sum / sumw;
+    double a1[unroll] = {}, a2[unroll] = {}, a3[unroll] = {}, a4[unroll] = {};
+    for (int64_t r = 0; r < rows; ++r) {
+        const double wr = w == nullptr ? 1.0 : static_cast<double>(w[r]);
+        if (wr > 0) {
+            const int u = static_cast<int>(r % unroll);
+            const double d = static_cast<double>(x[r * ld]) - m.c;
+            const double wd = wr * d;
+            const double wd2 = wd * d;
+            a1[u] += wd;
+            a2[u] += wd2;
+            a3[u] += wd2 * d;
+            a4[u] += (wd2 * d) * d;
+        }
+    }
+    m.d1 = (a1[0] + a1[1]) + (a1[2] + a1[3]);
+    m.d2 = (a2[0] + a2[1]) + (a2[2] + a2[3]);
+    m.d3 = (a3[0] + a3[1]) + (a3[2] + a3[3]);
+    m.d4 = (a4[0] + a4[1]) + (a4[2] + a4[3]);
+    *out = m;
+}
+
+template <int Order, class T>
+bool moments_strided_order(
+    const T* x, const T* w, int64_t rows, int64_t ld, int64_t count, moment_sums* out) {
+    double sumw = static_cast<double>(rows), sumw2 = sumw;
+    if (w != nullptr && !weight_sums(w, rows, &sumw, &sumw2)) {
+        return false;
+    }
+    int64_t d = 0;
+    for (; d + lanes <= count; d += lanes) {
+        moments_column_group<Order>(x + d, w, rows, ld, sumw, sumw2, out + d);
+    }
+    for (; d < count; ++d) {
+        moments_column_single<Order>(x + d, w, rows, ld, sumw, sumw2, out + d);
+    }
+    return true;
+}
+
+template <class T>
+bool moments_strided(
+    const T* x, const T* w, int64_t rows, int64_t ld, int64_t count, int order, moment_sums* out) {
+    switch (order) {
+        case 1:
+            return moments_strided_order<1>(x, w, rows, ld, count, out);
+        case 2:
+            return moments_strided_order<2>(x, w, rows, ld, count, out);
+        case 3:
+            return moments_strided_order<3>(x, w, rows, ld, count, out);
+        default:
+            return moments_strided_order<4>(x, w, rows, ld, count, out);
+    }
+}
+
+// ---- extremes --------------------------------------------------------------------------------
+
+template <class T>
+inline typename native<T>::type load_native(const T* p) {
+    typename native<T>::type v;
+    std::memcpy(&v, p, sizeof v);
+    return v;
+}
+
+template <class T>
+bool extremes(const T* x, const T* w, int64_t n, extreme_sums* out) {
+    using V = typename native<T>::type;
+    using M = typename native<T>::mask;
+    constexpr int N = native<T>::size;
+    const V vinf = V{} + static_cast<T>(inf);
+    const V zero = {};
+    V mn[unroll], mx[unroll];
+    for (int u = 0; u < unroll; ++u) {
+        mn[u] = vinf;
+        mx[u] = -vinf;
+    }
+    M nan = {}, bad = {}, kept = {};
+    int64_t i = 0;
+    if (w == nullptr) {
+        constexpr int step = unroll * N;
+        for (; i + step <= n; i += step) {
+            for (int u = 0; u < unroll; ++u) {
+                const V v = load_native(x + i + u * N);
+                mn[u] = v < mn[u] ? v : mn[u];
+                mx[u] = v > mx[u] ? v : mx[u];
+                nan |= v != v;
+            }
+        }
+        kept = (n > 0) ? ~M{} : M{};
+    } else {
+        for (; i + N <= n; i += N) {
+            const V v = load_native(x + i);
+            const V wv = load_native(w + i);
+            const M pos = wv > zero;
+            bad |= ~(wv >= zero);
+            kept |= pos;
+            mn[0] = (pos & (v < mn[0])) ? v : mn[0];
+            mx[0] = (pos & (v > mx[0])) ? v : mx[0];
+            nan |= pos & (v != v);
+        }
+    }
+    extreme_sums r;
+    for (int u = 0; u < unroll; ++u) {
+        for (int l = 0; l < N; ++l) {
+            r.min = mn[u][l] < r.min ? mn[u][l] : r.min;
+            r.max = mx[u][l] > r.max ? mx[u][l] : r.max;
+        }
+    }
+    r.nan = any_of<M, N>(nan);
+    r.kept = any_of<M, N>(kept);
+    bool ok = !any_of<M, N>(bad);
+    for (; i < n; ++i) {
+        const double v = static_cast<double>(x[i]);
+        const double wi = w == nullptr ? 1.0 : static_cast<double>(w[i]);
+        ok = ok && wi >= 0;
+        if (wi > 0) {
+            r.kept = 1;
+            r.min = v < r.min ? v : r.min;
+            r.max = v > r.max ? v : r.max;
+            r.nan |= v != v;
+        }
+    }
+    *out = r;
+    return ok;
+}
+
+template <class T>
+bool extremes_strided(
+    const T* x, const T* w, int64_t rows, int64_t ld, int64_t count, extreme_sums* out) {
+    using V = typename native<T>::type;
+    using M = typename native<T>::mask;
+    constexpr int N = native<T>::size;
+    const V vinf = V{} + static_cast<T>(inf);
+    bool ok = true;
+    bool any_kept = w == nullptr && rows > 0;
+    if (w != nullptr) {
+        for (int64_t r = 0; r < rows; ++r) {
+            const T wr = w[r];
+            ok = ok && wr >= 0;
+            any_kept = any_kept || wr > 0;
+        }
+        if (!ok) {
+            return false;
+        }
+    }
+    int64_t d = 0;
+    for (; d + N <= count; d += N) {
+        V mn = vinf, mx = -vinf;
+        M nan = {};
+        for (int64_t r = 0; r < rows; ++r) {
+            if (w != nullptr && !(w[r] > 0)) {
+                continue;
+            }
+            const V v = load_native(x + r * ld + d);
+            mn = v < mn ? v : mn;
+            mx = v > mx ? v : mx;
+            nan |= v != v;
+        }
+        for (int l = 0; l < N; ++l) {
+            extreme_sums e;
+            e.min = mn[l];
+            e.max = mx[l];
+            e.nan = nan[l] != 0;
+            e.kept = any_kept;
+            out[d + l] = e;
+        }
+    }
+    for (; d < count; ++d) {
+        extreme_sums e;
+        e.kept = any_kept;
+        for (int64_t r = 0; r < rows; ++r) {
+            if (w != nullptr && !(w[r] > 0)) {
+                continue;
+            }
+            const double v = static_cast<double>(x[r * ld + d]);
+            e.min = v < e.min ? v : e.min;
+            e.max = v > e.max ? v : e.max;
+            e.nan |= v != v;
+        }
+        out[d] = e;
+    }
+    return true;
+}
+
+}  // namespace
+}  // namespace QND_ISA
+
+extern const kernel_set QND_SET = {
+    QND_SET_NAME,
+    {&QND_ISA::moments<float>, &QND_ISA::moments_strided<float>, &QND_ISA::extremes<float>,
+     &QND_ISA::extremes_strided<float>},
+    {&QND_ISA::moments<double>, &QND_ISA::moments_strided<double>, &QND_ISA::extremes<double>,
+     &QND_ISA::extremes_strided<double>},
+};
+
+}  // namespace qnd_core

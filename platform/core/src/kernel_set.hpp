@@ -1,0 +1,56 @@
+// The table of block kernels of one instruction set, and the choice among the compiled ones.
+#pragma once
+
+#include <cstdint>
+
+#include "moment_sums.hpp"
+
+namespace qnd_core {
+
+// Every kernel reduces one cache-sized block and returns false, with nothing else defined, when
+// a weight of the block is negative or not a number. `order` (1..4) is the highest order of the
+// sums wanted: order 1 makes one pass and leaves the block's centre at 0, higher orders make a
+// second pass over the block, now in cache, around the block's own mean.
+template <class T>
+struct typed_kernels {
+    // n contiguous values of one dimension; w is null or one weight per value.
+    bool (*moments)(const T* x, const T* w, int64_t n, int order, moment_sums* out);
+    // rows observations of `count` adjacent dimensions, rows apart by ld elements; w is null or
+    // one weight per row; out holds count results.
+    bool (*moments_strided)(const T* x,
+                            const T* w,
+                            int64_t rows,
+                            int64_t ld,
+                            int64_t count,
+                            int order,
+                            moment_sums* out);
+    bool (*extremes)(const T* x, const T* w, int64_t n, extreme_sums* out);
+    bool (*extremes_strided)(
+        const T* x, const T* w, int64_t rows, int64_t ld, int64_t count, extreme_sums* out);
+};
+
+struct kernel_set {
+    const char* name;
+    typed_kernels<float> f;
+    typed_kernels<double> d;
+};
+
+extern const kernel_set kernels_sse2;
+extern const kernel_set kernels_avx2;
+extern const kernel_set kernels_avx512;
+
+// The widest set the processor runs, narrowed by QND_CORE_ISA when that is set.
+const kernel_set& active_kernels();
+
+template <class T>
+const typed_kernels<T>& kernels_for(const kernel_set& k);
+template <>
+inline const typed_kernels<float>& kernels_for<float>(const kernel_set& k) {
+    return k.f;
+}
+template <>
+inline const typed_kernels<double>& kernels_for<double>(const kernel_set& k) {
+    return k.d;
+}
+
+}  // namespace qnd_core

@@ -1,0 +1,235 @@
+// Helpers of the core tests: tasks with their integers, long double references, seeded data and
+// threader tables of the real threading layers.
+#pragma once
+
+#include <dlfcn.h>
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <cstdint>
+#include <cstdlib>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "qnd_core/ss.h"
+
+namespace core_test {
+
+// The integers a task points to must outlive it, so a task owns them here.
+template <class T>
+struct task_fixture {
+    int64_t dims64 = 0, obs64 = 0, storage64 = 0;
+    int32_t dims32 = 0, obs32 = 0, storage32 = 0;
+    qnd_ss_task* task = nullptr;
+
+    task_fixture(int64_t dims,
+                 int64_t obs,
+                 int64_t storage,
+                 const T* x,
+                 const T* w = nullptr,
+                 const void* indices = nullptr,
+                 bool wide = true) {
+        dims64 = dims;
+        obs64 = obs;
+        storage64 = storage;
+        dims32 = static_cast<int32_t>(dims);
+        obs32 = static_cast<int32_t>(obs);
+        storage32 = static_cast<int32_t>(storage);
+        const void* d = wide ? static_cast<const void*>(&dims64) : &dims32;
+        const void* o = wide ? static_cast<const void*>(&obs64) : &obs32;
+        const void* s = wide ? static_cast<const void*>(&storage64) : &storage32;
+        int32_t status;
+        if constexpr (sizeof(T) == 4) {
+            status = __rtksSSNewTask(&task, d, o, s, x, w, indices, wide ? 1 : 0);
+        } else {
+            status = __rtkdSSNewTask(&task, d, o, s, x, w, indices, wide ? 1 : 0);
+        }
+        EXPECT_EQ(status, QND_SS_OK);
+    }
+    ~task_fixture() {
+        if (task != nullptr) {
+            EXPECT_EQ(__rtkSSDeleteTask(&task), QND_SS_OK);
+        }
+    }
+    task_fixture(const task_fixture&) = delete;
+    task_fixture& operator=(const task_fixture&) = delete;
+
+    int32_t edit(int32_t parameter, const void* value) {
+        if constexpr (sizeof(T) == 4) {
+            return __rtksSSEditTask(task, parameter, value);
+        } else {
+            return __rtkdSSEditTask(task, parameter, value);
+        }
+    }
+    int32_t basic(uint64_t estimates, int64_t method, const qnd_ss_threader_row* table = nullptr) {
+        if constexpr (sizeof(T) == 4) {
+            return _rtksSSBasic(task, estimates, method, table);
+        } else {
+            return _rtkdSSBasic(task, estimates, method, table);
+        }
+    }
+    int32_t minmax(uint64_t estimates, int64_t method, const qnd_ss_threader_row* table = nullptr) {
+        if constexpr (sizeof(T) == 4) {
+            return _rtksSSMinmax(task, estimates, method, table);
+        } else {
+            return _rtkdSSMinmax(task, estimates, method, table);
+        }
+    }
+};
+
+// Every estimate of one dimension, in long double.
+struct reference {
+    long double w = 0, w2 = 0, mean = 0, c2 = 0, c3 = 0, c4 = 0;
+    long double raw[4] = {0, 0, 0, 0};  // raw sums of order 1 to 4
+    long double min = INFINITY, max = -INFINITY;
+
+    long double m2() const { return c2 * (w / (w * w - w2)); }
+    long double skewness() const { return (c3 / w) / std::pow(m2(), 1.5L); }
+    long double kurtosis() const { return (c4 / w) / (m2() * m2()) - 3; }
+    long double variation() const { return std::sqrt(m2()) / mean; }
+};
+
+// Two passes in long double over deviations from a pivot observation: x - pivot is exact for
+// data within a factor of two of the pivot, so the mean is held to long double precision in
+// the deviations, where the rounding of a long double mean near 1e8 would not be.
+template <class T>
+reference reference_of(const T* x, const T* w, int64_t n, int64_t stride) {
+    reference r;
+    long double pivot = 0;
+    for (int64_t i = 0; i < n; ++i) {
+        if (w == nullptr || w[i] > 0) {
+            pivot = x[i * stride];
+            break;
+        }
+    }
+    long double sum_dev = 0;
+    for (int64_t i = 0; i < n; ++i) {
+        const long double wi = w == nullptr ? 1 : w[i];
+        if (wi == 0) {
+            continue;
+        }
+        const long double v = x[i * stride];
+        sum_dev += wi * (v - pivot);
+        r.w += wi;
+        r.w2 += wi * wi;
+        long double p = wi;
+        for (int k = 0; k < 4; ++k) {
+            p *= v;
+            r.raw[k] += p;
+        }
+        r.min = std::fmin(r.min, v);
+        r.max = std::fmax(r.max, v);
+    }
+    const long double mean_dev = sum_dev / r.w;
+    r.mean = pivot + mean_dev;
+    for (int64_t i = 0; i < n; ++i) {
+        const long double wi = w == nullptr ? 1 : w[i];
+        if (wi == 0) {
+            continue;
+        }
+        const long double e = (static_cast<long double>(x[i * stride]) - pivot) - mean_dev;
+        r.c2 += wi * e * e;
+        r.c3 += wi * e * e * e;
+        r.c4 += wi * e * e * e * e;
+    }
+    return r;
+}
+
+inline double relative_error(double got, long double want) {
+    if (want == 0) {
+        return std::fabs(got);
+    }
+    return static_cast<double>(std::fabs((static_cast<long double>(got) - want) / want));
+}
+
+// value + N(0, 1) draws, fixed seed.
+template <class T>
+std::vector<T> offset_normal(int64_t n, double offset, uint64_t seed) {
+    std::mt19937_64 gen(seed);
+    std::normal_distribution<double> dist(0.0, 1.0);
+    std::vector<T> v(n);
+    for (auto& x : v) {
+        x = static_cast<T>(offset + dist(gen));
+    }
+    return v;
+}
+
+// Row-major (dims x n) to column-major (n x dims).
+template <class T>
+std::vector<T> transpose(const std::vector<T>& rows, int64_t dims, int64_t n) {
+    std::vector<T> cols(rows.size());
+    for (int64_t d = 0; d < dims; ++d) {
+        for (int64_t i = 0; i < n; ++i) {
+            cols[i * dims + d] = rows[d * n + i];
+        }
+    }
+    return cols;
+}
+
+// A threading layer opened from the build's library directory, and its table.
+struct layer {
+    void* handle = nullptr;
+    qnd_ss_threader_row rows[QND_SS_THREADER_ROWS] = {};
+
+    explicit layer(const std::string& file) {
+        handle =
+            dlopen((std::string(QND_TEST_LIB_DIR) + "/" + file).c_str(), RTLD_NOW | RTLD_LOCAL);
+        if (handle == nullptr) {
+            ADD_FAILURE() << "cannot open " << file << ": " << dlerror();
+            return;
+        }
+        qnd_ss_threader_row r;
+        r.for_each =
+            reinterpret_cast<qnd_threader_for_fn>(dlsym(handle, "qnd_rtk_serv_threader_for"));
+        r.for_ordered = reinterpret_cast<qnd_threader_for_ordered_fn>(
+            dlsym(handle, "qnd_rtk_serv_threader_for_ordered"));
+        r.sections = reinterpret_cast<qnd_threader_sections_fn>(
+            dlsym(handle, "qnd_rtk_serv_threader_sections"));
+        r.ordered = reinterpret_cast<qnd_threader_ordered_fn>(
+            dlsym(handle, "qnd_rtk_serv_threader_ordered"));
+        r.get_num_threads_limit = reinterpret_cast<qnd_threader_get_num_threads_limit_fn>(
+            dlsym(handle, "qnd_rtk_serv_threader_get_num_threads_limit"));
+        for (auto& row : rows) {
+            row = r;
+        }
+    }
+    template <class F>
+    F symbol(const char* name) const {
+        return reinterpret_cast<F>(dlsym(handle, name));
+    }
+};
+
+const char* const layer_files[] = {"libqnd_sequential.so.2", "libqnd_omp_thread.so.2",
+                                   "libqnd_pool_thread.so.2"};
+
+// Sets an environment variable for the life of the object.
+struct scoped_env {
+    std::string name;
+    std::string old;
+    bool had;
+    scoped_env(const char* n, const char* value) : name(n) {
+        const char* o = std::getenv(n);
+        had = o != nullptr;
+        if (had) {
+            old = o;
+        }
+        if (value == nullptr) {
+            unsetenv(n);
+        } else {
+            setenv(n, value, 1);
+        }
+    }
+    ~scoped_env() {
+        if (had) {
+            setenv(name.c_str(), old.c_str(), 1);
+        } else {
+            unsetenv(name.c_str());
+        }
+    }
+};
+
+// The instruction sets worth forcing in a test; the component never exceeds the processor's.
+const char* const isa_names[] = {"sse2", "avx2", "avx512"};
+
+}  // namespace core_test
