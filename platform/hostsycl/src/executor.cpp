@@ -11,6 +11,7 @@
 #include <mutex>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include <boost/context/fiber.hpp>
@@ -179,6 +180,8 @@ void abandon(group_state& g, std::deque<work_item>& items, std::size_t n) {
             g.current = nullptr;
         }
         items[i].scheduler = ctx::fiber();
+        // Errors are handed on by copy; no reference stays behind on this thread.
+        items[i].error = nullptr;
     }
 }
 
@@ -235,7 +238,7 @@ void run_group(const launch_desc& launch, std::size_t group_id, std::size_t grou
         resume(g, items[0]);
         if (items[0].finished) {
             if (items[0].error)
-                std::rethrow_exception(items[0].error);
+                std::rethrow_exception(std::exchange(items[0].error, nullptr));
             item_state s = base;
             g.plain = &s;
             launch.run_items(launch.kernel.get(), s, 1, n);

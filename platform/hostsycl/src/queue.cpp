@@ -40,7 +40,7 @@ void drain(const std::shared_ptr<command_fifo>& fifo) {
         cmd.work = nullptr;  // what the command holds is released before it counts as done
         if (error) {
             if (auto q = cmd.event->queue.lock()) {
-                q->record_error(error);
+                q->record_error(std::move(error));
             } else {
                 try {
                     std::rethrow_exception(error);
