@@ -17,8 +17,9 @@ namespace tavrel::qnd::stats::detail::gpu {
 
 // Launches the tree over temporaries already made, and returns the event of the launch that runs
 // the functor. One group suffices when n_observations <= group_size; otherwise a first step
-// leaves rows of n_groups partial sums, intermediate steps shrink them by group_size until one
-// group can finish them. The launches are ordered by the accessors on the temporaries.
+// leaves rows of n_groups partial sums, and intermediate steps shrink them by group_size (in
+// place, each level's entries group_size times further apart than the last) until one group can
+// finish them. The launches are ordered by the accessors on the temporaries.
 template <bool Usm, bool UserMean, typename T, layout L, typename F, bool Idx64>
 sycl::event launch_basic_tree(sycl::queue& queue,
                               const dataset_helper<T, L, Usm, Idx64>& data,
@@ -34,16 +35,21 @@ sycl::event launch_basic_tree(sycl::queue& queue,
     }
     basic_first_step<Usm, UserMean, T, L, F, Idx64>(queue, data, tmp, func, group_size, n_groups,
                                                     n_observations % group_size);
+    const std::uint64_t row_stride = n_groups;
+    std::uint64_t element_stride = 1;
     std::uint64_t current = n_groups;
     std::uint64_t next = (current + group_size - 1) / group_size;
     while (next > 1) {
-        basic_next_step<false, Usm, UserMean, T, L, F, Idx64>(
-            queue, data, tmp, func, next, group_size, current % group_size, current, planes);
+        basic_next_step<false, Usm, UserMean, T, L, F, Idx64>(queue, data, tmp, func, next,
+                                                              group_size, current % group_size,
+                                                              row_stride, element_stride, planes);
+        element_stride *= group_size;
         current = next;
         next = (current + group_size - 1) / group_size;
     }
-    return basic_next_step<true, Usm, UserMean, T, L, F, Idx64>(
-        queue, data, tmp, func, 1, std::min(current, group_size), 0, current, planes);
+    return basic_next_step<true, Usm, UserMean, T, L, F, Idx64>(queue, data, tmp, func, 1,
+                                                                std::min(current, group_size), 0,
+                                                                row_stride, element_stride, planes);
 }
 
 // The plan of one pointer-form call. `mean` is the caller's mean when UserMean, else unused.

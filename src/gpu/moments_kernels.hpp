@@ -104,8 +104,9 @@ void first_step_kernel(const sycl::nd_item<1>& item,
     }
 }
 
-// One level of the tree: reduce rows of partial sums of length row_stride into rows of one
-// entry per group, in place. The last launch (one group) then runs the functor.
+// One level of the tree: reduce rows of partial sums (row d at d * row_stride, its elements
+// element_stride apart) to one entry per group. The last launch (one group) then runs the
+// functor.
 template <bool Last, typename Data, typename Tmp, typename Local, typename F>
 void next_step_kernel(const sycl::nd_item<1>& item,
                       const Data& data,
@@ -113,13 +114,14 @@ void next_step_kernel(const sycl::nd_item<1>& item,
                       const Local& local,
                       std::uint64_t tail,
                       std::uint64_t row_stride,
+                      std::uint64_t element_stride,
                       const F& func) {
     bool first_dim = true;
     for (std::uint64_t d = 0; d < static_cast<std::uint64_t>(data.n_dims); ++d) {
         if (!data.keeps(d))
             continue;
-        tmp.load(local, d, item, tail, row_stride, first_dim);
-        tmp.merge(local, d, item, row_stride, first_dim);
+        tmp.load(local, d, item, tail, row_stride, element_stride, first_dim);
+        tmp.merge(local, d, item, row_stride, element_stride, first_dim);
         if constexpr (Last) {
             sycl::group_barrier(item.get_group(), sycl::memory_scope::device);
             func(tmp, d);

@@ -65,8 +65,10 @@ sycl::event basic_first_step(sycl::queue& queue,
     });
 }
 
-// `groups` groups of local_size work-items reduce rows of length row_stride. `planes` is the
-// plane count P of the call: the local array holds P planes, one more with weights.
+// `groups` groups of local_size work-items reduce one level of partial sums: rows row_stride
+// apart, elements element_stride apart, `tail` busy work-items in the last group (0: full).
+// `planes` is the plane count P of the call: the local array holds P planes, one more with
+// weights.
 template <bool Last, bool Usm, bool UserMean, typename T, layout L, typename F, bool Idx64>
 sycl::event basic_next_step(sycl::queue& queue,
                             const dataset_helper<T, L, Usm, Idx64>& data,
@@ -76,6 +78,7 @@ sycl::event basic_next_step(sycl::queue& queue,
                             std::uint64_t local_size,
                             std::uint64_t tail,
                             std::uint64_t row_stride,
+                            std::uint64_t element_stride,
                             std::uint64_t planes) {
     const std::uint64_t global_size = groups * local_size;
     const std::uint64_t w = tmp.has_weights ? 1 : 0;
@@ -88,16 +91,18 @@ sycl::event basic_next_step(sycl::queue& queue,
         const sycl::nd_range<1> range{sycl::range<1>(global_size), sycl::range<1>(local_size)};
         using name = basic_kernel_next_step<F, L == row_major, Last, Idx64>;
         if constexpr (Last) {
-            cgh.parallel_for<name>(
-                range, [data, tmp, local, tail, row_stride, func](sycl::nd_item<1> item) {
-                    next_step_kernel<true>(item, data, tmp, local, tail, row_stride, func);
-                });
+            cgh.parallel_for<name>(range, [data, tmp, local, tail, row_stride, element_stride,
+                                           func](sycl::nd_item<1> item) {
+                next_step_kernel<true>(item, data, tmp, local, tail, row_stride, element_stride,
+                                       func);
+            });
         } else {
             // An intermediate step finishes nothing and carries no functor.
-            cgh.parallel_for<name>(range, [data, tmp, local, tail,
-                                           row_stride](sycl::nd_item<1> item) {
-                next_step_kernel<false>(item, data, tmp, local, tail, row_stride, no_finisher{});
-            });
+            cgh.parallel_for<name>(
+                range, [data, tmp, local, tail, row_stride, element_stride](sycl::nd_item<1> item) {
+                    next_step_kernel<false>(item, data, tmp, local, tail, row_stride,
+                                            element_stride, no_finisher{});
+                });
         }
     });
 }

@@ -84,8 +84,9 @@ inline void store_weight_sums(const Helper& h,
 }
 
 // Brings the previous level's partial sums of dimension d into the planes of the local array
-// (plane p of work-item l at l + p * local_size); idle work-items contribute zeros. A work-item
-// touches only its own slots, so no barrier is needed before the merge.
+// (plane p of work-item l at l + p * local_size); idle work-items contribute zeros. Element k of
+// a row stands at k * element_stride (see merge_planes). A work-item touches only its own
+// slots, so no barrier is needed before the merge.
 template <typename Helper, typename Local>
 inline void load_planes(const Helper& h,
                         const Local& values,
@@ -93,34 +94,48 @@ inline void load_planes(const Helper& h,
                         const sycl::nd_item<1>& item,
                         std::uint64_t tail,
                         std::uint64_t row_stride,
+                        std::uint64_t element_stride,
                         bool first_dim) {
     using T = typename Helper::value_type;
     const std::uint64_t l = item.get_local_id(0);
     const std::uint64_t ls = item.get_local_range(0);
-    const std::uint64_t id = item.get_global_id(0);
+    const std::uint64_t at = item.get_global_id(0) * element_stride;
     const bool idle = is_idle(item, tail);
-    const std::uint64_t src = id + d * row_stride;
+    const std::uint64_t src = at + d * row_stride;
     h.for_each_plane([&](std::uint64_t plane) {
         values[l + plane * ls] = idle ? T(0) : T(h.sums[src + plane * h.plane_stride]);
     });
     if (h.has_weights && first_dim) {
-        values[l + h.plane_w * ls] = idle ? T(0) : T(h.w_sum[id]);
-        values[l + h.plane_w2 * ls] = idle ? T(0) : T(h.w2_sum[id]);
+        values[l + h.plane_w * ls] = idle ? T(0) : T(h.w_sum[at]);
+        values[l + h.plane_w2 * ls] = idle ? T(0) : T(h.w2_sum[at]);
     }
 }
 
 // Reduces each plane of the local array over the group and stores this level's sums.
+//
+// The launch that finishes (one group) stores dimension d at position d, where the finishers
+// read it. A level of several groups stores in place, and each group stores into the first slot
+// that it has itself read: group g at element g * local_size of the level it read, so that its
+// row keeps the stride row_stride and its elements are element_stride * local_size apart. No
+// group can overwrite a partial sum that another group has yet to read, whatever the order in
+// which the groups run and however far one is ahead of another across dimensions; storing at
+// g + d * G would overwrite entries of other groups' rows (group 1 of 5 at dimension 3 would
+// overwrite entry 16 of row 0, which group 2 reads, with rows of 38).
 template <typename Helper, typename Local>
 inline void merge_planes(const Helper& h,
                          const Local& values,
                          std::uint64_t d,
                          const sycl::nd_item<1>& item,
+                         std::uint64_t row_stride,
+                         std::uint64_t element_stride,
                          bool first_dim) {
     using T = typename Helper::value_type;
     const std::uint64_t l = item.get_local_id(0);
     const std::uint64_t ls = item.get_local_range(0);
     const std::uint64_t g = item.get_group(0);
-    const std::uint64_t base = g + d * item.get_group_range(0);
+    const bool finishing = item.get_group_range(0) == 1;
+    const std::uint64_t slot = g * ls * element_stride;
+    const std::uint64_t base = finishing ? d : slot + d * row_stride;
     h.for_each_plane([&](std::uint64_t plane) {
         const T s = group_sum(item, T(values[l + plane * ls]));
         if (l == 0)
@@ -129,10 +144,10 @@ inline void merge_planes(const Helper& h,
     if (h.has_weights && first_dim) {
         const T w = group_sum(item, T(values[l + h.plane_w * ls]));
         if (l == 0)
-            h.w_sum[g] = w;
+            h.w_sum[slot] = w;
         const T w2 = group_sum(item, T(values[l + h.plane_w2 * ls]));
         if (l == 0)
-            h.w2_sum[g] = w2;
+            h.w2_sum[slot] = w2;
     }
 }
 
@@ -244,17 +259,19 @@ struct sum_tmp_helper<T, Usm, false> {
               const sycl::nd_item<1>& item,
               std::uint64_t tail,
               std::uint64_t row_stride,
+              std::uint64_t element_stride,
               bool first_dim) const {
-        load_planes(*this, values, d, item, tail, row_stride, first_dim);
+        load_planes(*this, values, d, item, tail, row_stride, element_stride, first_dim);
     }
 
     template <typename Local>
     void merge(const Local& values,
                std::uint64_t d,
                const sycl::nd_item<1>& item,
-               std::uint64_t /*row_stride*/,
+               std::uint64_t row_stride,
+               std::uint64_t element_stride,
                bool first_dim) const {
-        merge_planes(*this, values, d, item, first_dim);
+        merge_planes(*this, values, d, item, row_stride, element_stride, first_dim);
     }
 
     // Finished sums of dimension d, valid after the last step; a power not kept reads as 0.
@@ -362,17 +379,19 @@ struct sum_tmp_helper<T, Usm, true> {
               const sycl::nd_item<1>& item,
               std::uint64_t tail,
               std::uint64_t row_stride,
+              std::uint64_t element_stride,
               bool first_dim) const {
-        load_planes(*this, values, d, item, tail, row_stride, first_dim);
+        load_planes(*this, values, d, item, tail, row_stride, element_stride, first_dim);
     }
 
     template <typename Local>
     void merge(const Local& values,
                std::uint64_t d,
                const sycl::nd_item<1>& item,
-               std::uint64_t /*row_stride*/,
+               std::uint64_t row_stride,
+               std::uint64_t element_stride,
                bool first_dim) const {
-        merge_planes(*this, values, d, item, first_dim);
+        merge_planes(*this, values, d, item, row_stride, element_stride, first_dim);
     }
 
     // Finished sums of powers of deviations of dimension d: order 2 always, 3 and 4 if kept.

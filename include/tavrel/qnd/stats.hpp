@@ -11,6 +11,10 @@
 
 #pragma GCC visibility push(default)
 
+// The library is built with hidden visibility, and function templates take none from the pragma
+// above: this marks the estimators, whose explicit instantiations are what the library exports.
+#define TAVREL_QND_EXPORT __attribute__((visibility("default")))
+
 namespace tavrel::qnd::stats {
 
 // How the n_dims x n_observations matrix lies in memory. row_major: the observations of one
@@ -87,207 +91,213 @@ struct dataset<L, sycl::buffer<T, 1>> {
 
 // Weighted mean.
 template <int M, typename T, layout L>
-sycl::event mean(sycl::queue& queue,
-                 const dataset<L, T*>& data,
-                 T* mean,
-                 const std::vector<sycl::event>& dependencies = {});
+TAVREL_QND_EXPORT sycl::event mean(sycl::queue& queue,
+                                   const dataset<L, T*>& data,
+                                   T* mean,
+                                   const std::vector<sycl::event>& dependencies = {});
 template <int M, typename T, layout L>
-void mean(sycl::queue& queue, const dataset<L, sycl::buffer<T, 1>>& data, sycl::buffer<T, 1> mean);
+TAVREL_QND_EXPORT void mean(sycl::queue& queue,
+                            const dataset<L, sycl::buffer<T, 1>>& data,
+                            sycl::buffer<T, 1> mean);
 
 // Weighted raw sums of orders 1 to 4: the sums of w * x^k. Any of them may be left out (null or
 // empty), not all.
 template <int M, typename T, layout L>
-sycl::event raw_sum(sycl::queue& queue,
-                    const dataset<L, T*>& data,
-                    T* s1,
-                    T* s2,
-                    T* s3,
-                    T* s4,
-                    const std::vector<sycl::event>& dependencies = {});
+TAVREL_QND_EXPORT sycl::event raw_sum(sycl::queue& queue,
+                                      const dataset<L, T*>& data,
+                                      T* s1,
+                                      T* s2,
+                                      T* s3,
+                                      T* s4,
+                                      const std::vector<sycl::event>& dependencies = {});
 template <int M, typename T, layout L>
-void raw_sum(sycl::queue& queue,
-             const dataset<L, sycl::buffer<T, 1>>& data,
-             sycl::buffer<T, 1> s1,
-             sycl::buffer<T, 1> s2,
-             sycl::buffer<T, 1> s3,
-             sycl::buffer<T, 1> s4);
+TAVREL_QND_EXPORT void raw_sum(sycl::queue& queue,
+                               const dataset<L, sycl::buffer<T, 1>>& data,
+                               sycl::buffer<T, 1> s1,
+                               sycl::buffer<T, 1> s2,
+                               sycl::buffer<T, 1> s3,
+                               sycl::buffer<T, 1> s4);
 
 // Raw moments of orders 1 (the mean) to 4: the raw sums divided by W. Any may be left out, not
 // all.
 template <int M, typename T, layout L>
-sycl::event raw_moment(sycl::queue& queue,
-                       const dataset<L, T*>& data,
-                       T* mean,
-                       T* r2,
-                       T* r3,
-                       T* r4,
-                       const std::vector<sycl::event>& dependencies = {});
+TAVREL_QND_EXPORT sycl::event raw_moment(sycl::queue& queue,
+                                         const dataset<L, T*>& data,
+                                         T* mean,
+                                         T* r2,
+                                         T* r3,
+                                         T* r4,
+                                         const std::vector<sycl::event>& dependencies = {});
 template <int M, typename T, layout L>
-void raw_moment(sycl::queue& queue,
-                const dataset<L, sycl::buffer<T, 1>>& data,
-                sycl::buffer<T, 1> mean,
-                sycl::buffer<T, 1> r2,
-                sycl::buffer<T, 1> r3,
-                sycl::buffer<T, 1> r4);
+TAVREL_QND_EXPORT void raw_moment(sycl::queue& queue,
+                                  const dataset<L, sycl::buffer<T, 1>>& data,
+                                  sycl::buffer<T, 1> mean,
+                                  sycl::buffer<T, 1> r2,
+                                  sycl::buffer<T, 1> r3,
+                                  sycl::buffer<T, 1> r4);
 
 // Weighted central sums of orders 2 to 4, around the data's mean or around the caller's `mean`.
 // Any may be left out, not all.
 template <int M, typename T, layout L>
-sycl::event central_sum(sycl::queue& queue,
-                        const dataset<L, T*>& data,
-                        T* cs2,
-                        T* cs3,
-                        T* cs4,
-                        const std::vector<sycl::event>& dependencies = {});
+TAVREL_QND_EXPORT sycl::event central_sum(sycl::queue& queue,
+                                          const dataset<L, T*>& data,
+                                          T* cs2,
+                                          T* cs3,
+                                          T* cs4,
+                                          const std::vector<sycl::event>& dependencies = {});
 template <int M, typename T, layout L>
-sycl::event central_sum(sycl::queue& queue,
-                        T* mean,
-                        const dataset<L, T*>& data,
-                        T* cs2,
-                        T* cs3,
-                        T* cs4,
-                        const std::vector<sycl::event>& dependencies = {});
+TAVREL_QND_EXPORT sycl::event central_sum(sycl::queue& queue,
+                                          T* mean,
+                                          const dataset<L, T*>& data,
+                                          T* cs2,
+                                          T* cs3,
+                                          T* cs4,
+                                          const std::vector<sycl::event>& dependencies = {});
 template <int M, typename T, layout L>
-void central_sum(sycl::queue& queue,
-                 const dataset<L, sycl::buffer<T, 1>>& data,
-                 sycl::buffer<T, 1> cs2,
-                 sycl::buffer<T, 1> cs3,
-                 sycl::buffer<T, 1> cs4);
+TAVREL_QND_EXPORT void central_sum(sycl::queue& queue,
+                                   const dataset<L, sycl::buffer<T, 1>>& data,
+                                   sycl::buffer<T, 1> cs2,
+                                   sycl::buffer<T, 1> cs3,
+                                   sycl::buffer<T, 1> cs4);
 template <int M, typename T, layout L>
-void central_sum(sycl::queue& queue,
-                 sycl::buffer<T, 1> mean,
-                 const dataset<L, sycl::buffer<T, 1>>& data,
-                 sycl::buffer<T, 1> cs2,
-                 sycl::buffer<T, 1> cs3,
-                 sycl::buffer<T, 1> cs4);
+TAVREL_QND_EXPORT void central_sum(sycl::queue& queue,
+                                   sycl::buffer<T, 1> mean,
+                                   const dataset<L, sycl::buffer<T, 1>>& data,
+                                   sycl::buffer<T, 1> cs2,
+                                   sycl::buffer<T, 1> cs3,
+                                   sycl::buffer<T, 1> cs4);
 
 // Central moments of orders 2 to 4, around the data's mean or around the caller's `mean`. Any
 // may be left out, not all.
 template <int M, typename T, layout L>
-sycl::event central_moment(sycl::queue& queue,
-                           const dataset<L, T*>& data,
-                           T* c2,
-                           T* c3,
-                           T* c4,
-                           const std::vector<sycl::event>& dependencies = {});
+TAVREL_QND_EXPORT sycl::event central_moment(sycl::queue& queue,
+                                             const dataset<L, T*>& data,
+                                             T* c2,
+                                             T* c3,
+                                             T* c4,
+                                             const std::vector<sycl::event>& dependencies = {});
 template <int M, typename T, layout L>
-sycl::event central_moment(sycl::queue& queue,
-                           T* mean,
-                           const dataset<L, T*>& data,
-                           T* c2,
-                           T* c3,
-                           T* c4,
-                           const std::vector<sycl::event>& dependencies = {});
+TAVREL_QND_EXPORT sycl::event central_moment(sycl::queue& queue,
+                                             T* mean,
+                                             const dataset<L, T*>& data,
+                                             T* c2,
+                                             T* c3,
+                                             T* c4,
+                                             const std::vector<sycl::event>& dependencies = {});
 template <int M, typename T, layout L>
-void central_moment(sycl::queue& queue,
-                    const dataset<L, sycl::buffer<T, 1>>& data,
-                    sycl::buffer<T, 1> c2,
-                    sycl::buffer<T, 1> c3,
-                    sycl::buffer<T, 1> c4);
+TAVREL_QND_EXPORT void central_moment(sycl::queue& queue,
+                                      const dataset<L, sycl::buffer<T, 1>>& data,
+                                      sycl::buffer<T, 1> c2,
+                                      sycl::buffer<T, 1> c3,
+                                      sycl::buffer<T, 1> c4);
 template <int M, typename T, layout L>
-void central_moment(sycl::queue& queue,
-                    sycl::buffer<T, 1> mean,
-                    const dataset<L, sycl::buffer<T, 1>>& data,
-                    sycl::buffer<T, 1> c2,
-                    sycl::buffer<T, 1> c3,
-                    sycl::buffer<T, 1> c4);
+TAVREL_QND_EXPORT void central_moment(sycl::queue& queue,
+                                      sycl::buffer<T, 1> mean,
+                                      const dataset<L, sycl::buffer<T, 1>>& data,
+                                      sycl::buffer<T, 1> c2,
+                                      sycl::buffer<T, 1> c3,
+                                      sycl::buffer<T, 1> c4);
 
 // Coefficient of variation: standard deviation / mean (the caller's mean in the second form).
 template <int M, typename T, layout L>
-sycl::event variation(sycl::queue& queue,
-                      const dataset<L, T*>& data,
-                      T* variation,
-                      const std::vector<sycl::event>& dependencies = {});
+TAVREL_QND_EXPORT sycl::event variation(sycl::queue& queue,
+                                        const dataset<L, T*>& data,
+                                        T* variation,
+                                        const std::vector<sycl::event>& dependencies = {});
 template <int M, typename T, layout L>
-sycl::event variation(sycl::queue& queue,
-                      T* mean,
-                      const dataset<L, T*>& data,
-                      T* variation,
-                      const std::vector<sycl::event>& dependencies = {});
+TAVREL_QND_EXPORT sycl::event variation(sycl::queue& queue,
+                                        T* mean,
+                                        const dataset<L, T*>& data,
+                                        T* variation,
+                                        const std::vector<sycl::event>& dependencies = {});
 template <int M, typename T, layout L>
-void variation(sycl::queue& queue,
-               const dataset<L, sycl::buffer<T, 1>>& data,
-               sycl::buffer<T, 1> variation);
+TAVREL_QND_EXPORT void variation(sycl::queue& queue,
+                                 const dataset<L, sycl::buffer<T, 1>>& data,
+                                 sycl::buffer<T, 1> variation);
 template <int M, typename T, layout L>
-void variation(sycl::queue& queue,
-               sycl::buffer<T, 1> mean,
-               const dataset<L, sycl::buffer<T, 1>>& data,
-               sycl::buffer<T, 1> variation);
+TAVREL_QND_EXPORT void variation(sycl::queue& queue,
+                                 sycl::buffer<T, 1> mean,
+                                 const dataset<L, sycl::buffer<T, 1>>& data,
+                                 sycl::buffer<T, 1> variation);
 
 // Skewness: third central moment / variance^(3/2).
 template <int M, typename T, layout L>
-sycl::event skewness(sycl::queue& queue,
-                     const dataset<L, T*>& data,
-                     T* skewness,
-                     const std::vector<sycl::event>& dependencies = {});
+TAVREL_QND_EXPORT sycl::event skewness(sycl::queue& queue,
+                                       const dataset<L, T*>& data,
+                                       T* skewness,
+                                       const std::vector<sycl::event>& dependencies = {});
 template <int M, typename T, layout L>
-sycl::event skewness(sycl::queue& queue,
-                     T* mean,
-                     const dataset<L, T*>& data,
-                     T* skewness,
-                     const std::vector<sycl::event>& dependencies = {});
+TAVREL_QND_EXPORT sycl::event skewness(sycl::queue& queue,
+                                       T* mean,
+                                       const dataset<L, T*>& data,
+                                       T* skewness,
+                                       const std::vector<sycl::event>& dependencies = {});
 template <int M, typename T, layout L>
-void skewness(sycl::queue& queue,
-              const dataset<L, sycl::buffer<T, 1>>& data,
-              sycl::buffer<T, 1> skewness);
+TAVREL_QND_EXPORT void skewness(sycl::queue& queue,
+                                const dataset<L, sycl::buffer<T, 1>>& data,
+                                sycl::buffer<T, 1> skewness);
 template <int M, typename T, layout L>
-void skewness(sycl::queue& queue,
-              sycl::buffer<T, 1> mean,
-              const dataset<L, sycl::buffer<T, 1>>& data,
-              sycl::buffer<T, 1> skewness);
+TAVREL_QND_EXPORT void skewness(sycl::queue& queue,
+                                sycl::buffer<T, 1> mean,
+                                const dataset<L, sycl::buffer<T, 1>>& data,
+                                sycl::buffer<T, 1> skewness);
 
 // Excess kurtosis: fourth central moment / variance^2 - 3.
 template <int M, typename T, layout L>
-sycl::event kurtosis(sycl::queue& queue,
-                     const dataset<L, T*>& data,
-                     T* kurtosis,
-                     const std::vector<sycl::event>& dependencies = {});
+TAVREL_QND_EXPORT sycl::event kurtosis(sycl::queue& queue,
+                                       const dataset<L, T*>& data,
+                                       T* kurtosis,
+                                       const std::vector<sycl::event>& dependencies = {});
 template <int M, typename T, layout L>
-sycl::event kurtosis(sycl::queue& queue,
-                     T* mean,
-                     const dataset<L, T*>& data,
-                     T* kurtosis,
-                     const std::vector<sycl::event>& dependencies = {});
+TAVREL_QND_EXPORT sycl::event kurtosis(sycl::queue& queue,
+                                       T* mean,
+                                       const dataset<L, T*>& data,
+                                       T* kurtosis,
+                                       const std::vector<sycl::event>& dependencies = {});
 template <int M, typename T, layout L>
-void kurtosis(sycl::queue& queue,
-              const dataset<L, sycl::buffer<T, 1>>& data,
-              sycl::buffer<T, 1> kurtosis);
+TAVREL_QND_EXPORT void kurtosis(sycl::queue& queue,
+                                const dataset<L, sycl::buffer<T, 1>>& data,
+                                sycl::buffer<T, 1> kurtosis);
 template <int M, typename T, layout L>
-void kurtosis(sycl::queue& queue,
-              sycl::buffer<T, 1> mean,
-              const dataset<L, sycl::buffer<T, 1>>& data,
-              sycl::buffer<T, 1> kurtosis);
+TAVREL_QND_EXPORT void kurtosis(sycl::queue& queue,
+                                sycl::buffer<T, 1> mean,
+                                const dataset<L, sycl::buffer<T, 1>>& data,
+                                sycl::buffer<T, 1> kurtosis);
 
 // Smallest value per dimension (method value 1 only).
 template <int M, typename T, layout L>
-sycl::event min(sycl::queue& queue,
-                const dataset<L, T*>& data,
-                T* min,
-                const std::vector<sycl::event>& dependencies = {});
+TAVREL_QND_EXPORT sycl::event min(sycl::queue& queue,
+                                  const dataset<L, T*>& data,
+                                  T* min,
+                                  const std::vector<sycl::event>& dependencies = {});
 template <int M, typename T, layout L>
-void min(sycl::queue& queue, const dataset<L, sycl::buffer<T, 1>>& data, sycl::buffer<T, 1> min);
+TAVREL_QND_EXPORT void min(sycl::queue& queue,
+                           const dataset<L, sycl::buffer<T, 1>>& data,
+                           sycl::buffer<T, 1> min);
 
 // Largest value per dimension (method value 1 only).
 template <int M, typename T, layout L>
-sycl::event max(sycl::queue& queue,
-                const dataset<L, T*>& data,
-                T* max,
-                const std::vector<sycl::event>& dependencies = {});
+TAVREL_QND_EXPORT sycl::event max(sycl::queue& queue,
+                                  const dataset<L, T*>& data,
+                                  T* max,
+                                  const std::vector<sycl::event>& dependencies = {});
 template <int M, typename T, layout L>
-void max(sycl::queue& queue, const dataset<L, sycl::buffer<T, 1>>& data, sycl::buffer<T, 1> max);
+TAVREL_QND_EXPORT void max(sycl::queue& queue,
+                           const dataset<L, sycl::buffer<T, 1>>& data,
+                           sycl::buffer<T, 1> max);
 
 // Smallest and largest value per dimension, both required (method value 1 only).
 template <int M, typename T, layout L>
-sycl::event min_max(sycl::queue& queue,
-                    const dataset<L, T*>& data,
-                    T* min,
-                    T* max,
-                    const std::vector<sycl::event>& dependencies = {});
+TAVREL_QND_EXPORT sycl::event min_max(sycl::queue& queue,
+                                      const dataset<L, T*>& data,
+                                      T* min,
+                                      T* max,
+                                      const std::vector<sycl::event>& dependencies = {});
 template <int M, typename T, layout L>
-void min_max(sycl::queue& queue,
-             const dataset<L, sycl::buffer<T, 1>>& data,
-             sycl::buffer<T, 1> min,
-             sycl::buffer<T, 1> max);
+TAVREL_QND_EXPORT void min_max(sycl::queue& queue,
+                               const dataset<L, sycl::buffer<T, 1>>& data,
+                               sycl::buffer<T, 1> min,
+                               sycl::buffer<T, 1> max);
 
 }  // namespace tavrel::qnd::stats
 

@@ -1,0 +1,41 @@
+// The devices that the engine tests run on: the default emulated GPU, emulated GPUs of tiny
+// work-group sizes that walk every branch of the launch tree, and the CPU device.
+#pragma once
+
+#include <cstddef>
+#include <string>
+#include <vector>
+
+#include <sycl/sycl.hpp>
+
+namespace qnd_test {
+
+// The work-group sizes of the small emulated GPUs.
+inline const std::vector<std::size_t>& small_group_sizes() {
+    static const std::vector<std::size_t> sizes{2, 3, 8, 32};
+    return sizes;
+}
+
+// The default emulated GPU first, then one emulated GPU per small work-group size.
+inline std::vector<sycl::device> test_gpus() {
+    std::vector<sycl::device> devices{sycl::device(sycl::gpu_selector_v)};
+    for (std::size_t size : small_group_sizes()) {
+        devices.push_back(sycl::ext::hostsycl::make_gpu_device(size));
+    }
+    return devices;
+}
+
+inline sycl::device cpu_device() {
+    return sycl::device(sycl::cpu_selector_v);
+}
+
+inline std::size_t group_size_of(const sycl::device& device) {
+    return device.get_info<sycl::info::device::max_work_group_size>();
+}
+
+// A readable test-name suffix for a device.
+inline std::string device_label(const sycl::device& device) {
+    return (device.is_gpu() ? "gpu" : "cpu") + std::to_string(group_size_of(device));
+}
+
+}  // namespace qnd_test
