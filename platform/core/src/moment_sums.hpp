@@ -39,6 +39,13 @@ inline void shift_centre(moment_sums& s, double c_new, int order) {
 // Adds b into a. The merged centre is the merged mean rounded to a double; both sides move to it
 // exactly (shift_centre) and their sums add. An empty side changes nothing.
 inline void merge(moment_sums& a, moment_sums b, int order) {
+    // Order 1 keeps every centre at 0: d1 is then the plain weighted sum, and sums just add.
+    if (order == 1 && a.c == 0 && b.c == 0) {
+        a.w += b.w;
+        a.w2 += b.w2;
+        a.d1 += b.d1;
+        return;
+    }
     if (b.w == 0) {
         return;
     }

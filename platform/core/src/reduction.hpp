@@ -15,8 +15,8 @@ namespace qnd_core {
 // Elements of one dimension per block of the contiguous kernels (16 KiB of doubles: the second
 // pass reads the block from the first-level cache).
 constexpr int64_t contiguous_block = 2048;
-// Bytes of a strided block, and the widest group of dimensions taken in one block.
-constexpr int64_t strided_block_bytes = 32768;
+// Bytes of a strided block (second-level cache), and the widest group of dimensions in one block.
+constexpr int64_t strided_block_bytes = 131072;
 constexpr int64_t strided_max_dims = 512;
 // Smallest work item, in elements: below it the cost of a thread's start dominates.
 constexpr int64_t item_grain = 65536;
