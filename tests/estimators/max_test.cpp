@@ -1,0 +1,137 @@
+// The exported max estimators: the checks and their words, the routing by device, and results
+// in both forms on the default emulated GPU (the data of every dimension reaches above the
+// smallest positive normal value, so the clamp does not show here).
+#include <cstdint>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+#include <sycl/sycl.hpp>
+
+#include "gpu/minmax_test_data.hpp"
+#include "tavrel/qnd/exceptions.hpp"
+#include "tavrel/qnd/stats.hpp"
+
+namespace {
+
+namespace stats = tavrel::qnd::stats;
+using minmax_test::to_shared;
+using stats::col_major;
+using stats::dataset;
+using stats::layout;
+using stats::row_major;
+
+// Runs f and returns the text of the exception of type E that it throws.
+template <typename E, typename F>
+std::string thrown_text(F&& f) {
+    try {
+        f();
+    } catch (const E& e) {
+        return e.what();
+    } catch (const std::exception& e) {
+        return std::string("other exception: ") + e.what();
+    }
+    return "no exception";
+}
+
+template <typename T, layout L>
+struct combo {
+    using type = T;
+    static constexpr layout value = L;
+};
+using combos = ::testing::Types<combo<float, row_major>,
+                                combo<float, col_major>,
+                                combo<double, row_major>,
+                                combo<double, col_major>>;
+
+// Counts of a single launch (one full group too) and of first and final steps, at the default
+// work-group size of 256. Chains with intermediate steps are left to the planner's tests: they
+// fold in place, which is exact on one dimension only (see there).
+constexpr std::int64_t counts[] = {40, 256, 300, 512};
+constexpr std::int64_t n_dims = 4;
+const std::vector<std::int64_t> mask = {1, 0, 5, 1};
+constexpr double untouched = -777.0;
+
+TEST(MaxEstimator, NullResultIsRefusedBeforeTheDeviceIsAsked) {
+    float obs[4] = {1, 2, 3, 4};
+    const dataset<row_major, float*> data(1, 4, obs);
+    for (sycl::queue q : {sycl::queue{sycl::cpu_selector_v}, sycl::queue{sycl::gpu_selector_v}})
+        EXPECT_EQ(thrown_text<tavrel::qnd::invalid_argument>(
+                      [&] { stats::max<1, float, row_major>(q, data, nullptr); }),
+                  "tavrel::qnd::stats::max: invalid argument: max is nullptr");
+}
+
+TEST(MaxEstimator, EmptyResultBufferIsRefusedBeforeTheDeviceIsAsked) {
+    sycl::buffer<double, 1> obs{sycl::range<1>(4)};
+    const dataset<col_major, sycl::buffer<double, 1>> data(2, 2, obs);
+    for (sycl::queue q : {sycl::queue{sycl::cpu_selector_v}, sycl::queue{sycl::gpu_selector_v}})
+        EXPECT_EQ(thrown_text<tavrel::qnd::invalid_argument>([&] {
+                      stats::max<1, double, col_major>(q, data,
+                                                       sycl::buffer<double, 1>{sycl::range<1>(0)});
+                  }),
+                  "tavrel::qnd::stats::max: invalid argument: max array length is 0");
+}
+
+TEST(MaxEstimator, CpuDeviceIsNotServedYet) {
+    sycl::queue q{sycl::cpu_selector_v};
+    auto obs = to_shared(q, std::vector<float>{1, 2});
+    auto out = to_shared(q, std::vector<float>{0});
+    EXPECT_EQ(thrown_text<tavrel::qnd::unimplemented>([&] {
+                  stats::max<1, float, row_major>(q, dataset<row_major, float*>(1, 2, obs.get()),
+                                                  out.get());
+              }),
+              "tavrel::qnd::stats::max: unimplemented functionality: CPU devices");
+    sycl::buffer<float, 1> b_obs{sycl::range<1>(2)}, b_out{sycl::range<1>(1)};
+    EXPECT_EQ(thrown_text<tavrel::qnd::unimplemented>([&] {
+                  stats::max<1, float, row_major>(
+                      q, dataset<row_major, sycl::buffer<float, 1>>(1, 2, b_obs), b_out);
+              }),
+              "tavrel::qnd::stats::max: unimplemented functionality: CPU devices");
+}
+
+template <typename P>
+class MaxEstimatorResults : public ::testing::Test {};
+TYPED_TEST_SUITE(MaxEstimatorResults, combos);
+
+TYPED_TEST(MaxEstimatorResults, MatchHostMaximaInBothForms) {
+    using T = typename TypeParam::type;
+    constexpr layout L = TypeParam::value;
+    sycl::queue q{sycl::gpu_selector_v};
+    for (std::int64_t n : counts) {
+        const auto m = minmax_test::random_matrix<T>(n_dims, n, 11 * n);
+        const auto stored = m.stored(L);
+        const auto weights = minmax_test::odd_weights<T>(n);
+
+        // Pointer form, ordered after the copy of the observations by its dependency list.
+        auto obs = to_shared(q, std::vector<T>(stored.size(), T(0)));
+        auto w = to_shared(q, weights);
+        auto idx = to_shared(q, mask);
+        auto out = to_shared(q, std::vector<T>(n_dims, T(untouched)));
+        sycl::event copied = q.submit([&](sycl::handler& h) {
+            h.host_task([dst = obs.get(), &stored] {
+                std::memcpy(dst, stored.data(), stored.size() * sizeof(T));
+            });
+        });
+        stats::max<1, T, L>(q, dataset<L, T*>(n_dims, n, obs.get(), w.get(), idx.get()), out.get(),
+                            {copied})
+            .wait();
+
+        // Buffer form.
+        std::vector<T> b_result(n_dims, T(untouched));
+        {
+            sycl::buffer<T, 1> b_obs(stored.data(), sycl::range<1>(stored.size()));
+            sycl::buffer<T, 1> b_w(weights.data(), sycl::range<1>(weights.size()));
+            sycl::buffer<std::int64_t, 1> b_idx(mask.data(), sycl::range<1>(mask.size()));
+            stats::max<1, T, L>(q, dataset<L, sycl::buffer<T, 1>>(n_dims, n, b_obs, b_w, b_idx),
+                                sycl::buffer<T, 1>(b_result.data(), sycl::range<1>(n_dims)));
+        }
+        for (std::int64_t d = 0; d < n_dims; ++d) {
+            const T want = mask[d] ? m.true_max(d) : T(untouched);
+            EXPECT_EQ(out[d], want) << "pointer, n " << n << ", dimension " << d;
+            EXPECT_EQ(b_result[d], want) << "buffer, n " << n << ", dimension " << d;
+        }
+    }
+}
+
+}  // namespace

@@ -1,0 +1,180 @@
+// The exported min_max estimators: the checks in their order and words, the routing by device,
+// and results in both forms on the default emulated GPU.
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+#include <sycl/sycl.hpp>
+
+#include "gpu/minmax_test_data.hpp"
+#include "tavrel/qnd/exceptions.hpp"
+#include "tavrel/qnd/stats.hpp"
+
+namespace {
+
+namespace stats = tavrel::qnd::stats;
+using minmax_test::to_shared;
+using stats::col_major;
+using stats::dataset;
+using stats::layout;
+using stats::row_major;
+
+// Runs f and returns the text of the exception of type E that it throws.
+template <typename E, typename F>
+std::string thrown_text(F&& f) {
+    try {
+        f();
+    } catch (const E& e) {
+        return e.what();
+    } catch (const std::exception& e) {
+        return std::string("other exception: ") + e.what();
+    }
+    return "no exception";
+}
+
+template <typename T, layout L>
+struct combo {
+    using type = T;
+    static constexpr layout value = L;
+};
+using combos = ::testing::Types<combo<float, row_major>,
+                                combo<float, col_major>,
+                                combo<double, row_major>,
+                                combo<double, col_major>>;
+
+// Counts of a single launch (one full group too) and of first and final steps, at the default
+// work-group size of 256. Chains with intermediate steps are left to the planner's tests: they
+// fold in place, which is exact on one dimension only (see there).
+constexpr std::int64_t counts[] = {40, 256, 300, 512};
+constexpr std::int64_t n_dims = 4;
+const std::vector<std::int64_t> mask = {1, 0, 5, 1};
+constexpr double untouched = -777.0;
+
+TEST(MinMaxEstimator, PointerChecksTestMinThenMax) {
+    float obs[4] = {1, 2, 3, 4};
+    float given[1] = {untouched};
+    const dataset<row_major, float*> data(1, 4, obs);
+    for (sycl::queue q : {sycl::queue{sycl::cpu_selector_v}, sycl::queue{sycl::gpu_selector_v}}) {
+        EXPECT_EQ(thrown_text<tavrel::qnd::invalid_argument>(
+                      [&] { stats::min_max<1, float, row_major>(q, data, nullptr, nullptr); }),
+                  "tavrel::qnd::stats::min_max: invalid argument: min is nullptr");
+        EXPECT_EQ(thrown_text<tavrel::qnd::invalid_argument>(
+                      [&] { stats::min_max<1, float, row_major>(q, data, nullptr, given); }),
+                  "tavrel::qnd::stats::min_max: invalid argument: min is nullptr");
+        EXPECT_EQ(thrown_text<tavrel::qnd::invalid_argument>(
+                      [&] { stats::min_max<1, float, row_major>(q, data, given, nullptr); }),
+                  "tavrel::qnd::stats::min_max: invalid argument: max is nullptr");
+        EXPECT_EQ(given[0], float(untouched));
+    }
+}
+
+TEST(MinMaxEstimator, BufferChecksTestMinThenMax) {
+    sycl::buffer<double, 1> obs{sycl::range<1>(4)};
+    const dataset<row_major, sycl::buffer<double, 1>> data(1, 4, obs);
+    const auto empty = [] { return sycl::buffer<double, 1>{sycl::range<1>(0)}; };
+    const auto given = [] { return sycl::buffer<double, 1>{sycl::range<1>(1)}; };
+    for (sycl::queue q : {sycl::queue{sycl::cpu_selector_v}, sycl::queue{sycl::gpu_selector_v}}) {
+        EXPECT_EQ(thrown_text<tavrel::qnd::invalid_argument>(
+                      [&] { stats::min_max<1, double, row_major>(q, data, empty(), empty()); }),
+                  "tavrel::qnd::stats::min_max: invalid argument: min array length is 0");
+        EXPECT_EQ(thrown_text<tavrel::qnd::invalid_argument>(
+                      [&] { stats::min_max<1, double, row_major>(q, data, empty(), given()); }),
+                  "tavrel::qnd::stats::min_max: invalid argument: min array length is 0");
+        EXPECT_EQ(thrown_text<tavrel::qnd::invalid_argument>(
+                      [&] { stats::min_max<1, double, row_major>(q, data, given(), empty()); }),
+                  "tavrel::qnd::stats::min_max: invalid argument: max array length is 0");
+    }
+}
+
+TEST(MinMaxEstimator, CpuDeviceIsNotServedYet) {
+    sycl::queue q{sycl::cpu_selector_v};
+    auto obs = to_shared(q, std::vector<double>{1, 2});
+    auto lo = to_shared(q, std::vector<double>{0});
+    auto hi = to_shared(q, std::vector<double>{0});
+    EXPECT_EQ(thrown_text<tavrel::qnd::unimplemented>([&] {
+                  stats::min_max<1, double, col_major>(
+                      q, dataset<col_major, double*>(1, 2, obs.get()), lo.get(), hi.get());
+              }),
+              "tavrel::qnd::stats::min_max: unimplemented functionality: CPU devices");
+    sycl::buffer<double, 1> b_obs{sycl::range<1>(2)}, b_lo{sycl::range<1>(1)},
+        b_hi{sycl::range<1>(1)};
+    EXPECT_EQ(thrown_text<tavrel::qnd::unimplemented>([&] {
+                  stats::min_max<1, double, col_major>(
+                      q, dataset<col_major, sycl::buffer<double, 1>>(1, 2, b_obs), b_lo, b_hi);
+              }),
+              "tavrel::qnd::stats::min_max: unimplemented functionality: CPU devices");
+}
+
+template <typename P>
+class MinMaxEstimatorResults : public ::testing::Test {};
+TYPED_TEST_SUITE(MinMaxEstimatorResults, combos);
+
+TYPED_TEST(MinMaxEstimatorResults, MatchHostExtremesInBothForms) {
+    using T = typename TypeParam::type;
+    constexpr layout L = TypeParam::value;
+    sycl::queue q{sycl::gpu_selector_v};
+    for (std::int64_t n : counts) {
+        const auto m = minmax_test::random_matrix<T>(n_dims, n, 13 * n);
+        const auto stored = m.stored(L);
+        const auto weights = minmax_test::odd_weights<T>(n);
+
+        auto obs = to_shared(q, stored);
+        auto w = to_shared(q, weights);
+        auto idx = to_shared(q, mask);
+        auto lo = to_shared(q, std::vector<T>(n_dims, T(untouched)));
+        auto hi = to_shared(q, std::vector<T>(n_dims, T(untouched)));
+        stats::min_max<1, T, L>(q, dataset<L, T*>(n_dims, n, obs.get(), w.get(), idx.get()),
+                                lo.get(), hi.get())
+            .wait();
+
+        std::vector<T> b_lo(n_dims, T(untouched)), b_hi(n_dims, T(untouched));
+        {
+            sycl::buffer<T, 1> b_obs(stored.data(), sycl::range<1>(stored.size()));
+            sycl::buffer<std::int64_t, 1> b_idx(mask.data(), sycl::range<1>(mask.size()));
+            stats::min_max<1, T, L>(
+                q,
+                dataset<L, sycl::buffer<T, 1>>(n_dims, n, b_obs,
+                                               sycl::buffer<T, 1>{sycl::range<1>(0)}, b_idx),
+                sycl::buffer<T, 1>(b_lo.data(), sycl::range<1>(n_dims)),
+                sycl::buffer<T, 1>(b_hi.data(), sycl::range<1>(n_dims)));
+        }
+        for (std::int64_t d = 0; d < n_dims; ++d) {
+            const T want_lo = mask[d] ? m.true_min(d) : T(untouched);
+            const T want_hi = mask[d] ? m.true_max(d) : T(untouched);
+            EXPECT_EQ(lo[d], want_lo) << "pointer, n " << n << ", dimension " << d;
+            EXPECT_EQ(hi[d], want_hi) << "pointer, n " << n << ", dimension " << d;
+            EXPECT_EQ(b_lo[d], want_lo) << "buffer, n " << n << ", dimension " << d;
+            EXPECT_EQ(b_hi[d], want_hi) << "buffer, n " << n << ", dimension " << d;
+        }
+    }
+}
+
+// Three launches at the default work-group size, on one dimension with its extremes at the
+// first and the last observation.
+TEST(MinMaxEstimator, ThreeLaunchChainOnOneDimension) {
+    constexpr std::int64_t n = 256 * 256 + 3;
+    sycl::queue q{sycl::gpu_selector_v};
+    const auto m = minmax_test::random_matrix<double>(1, n, 5);
+    auto obs = to_shared(q, m.by_dim);
+    auto lo = to_shared(q, std::vector<double>{untouched});
+    auto hi = to_shared(q, std::vector<double>{untouched});
+    stats::min_max<1, double, row_major>(q, dataset<row_major, double*>(1, n, obs.get()), lo.get(),
+                                         hi.get())
+        .wait();
+    EXPECT_EQ(lo[0], m.true_min(0));
+    EXPECT_EQ(hi[0], m.true_max(0));
+
+    std::vector<double> b_lo{untouched}, b_hi{untouched};
+    {
+        sycl::buffer<double, 1> b_obs(m.by_dim.data(), sycl::range<1>(n));
+        stats::min_max<1, double, col_major>(
+            q, dataset<col_major, sycl::buffer<double, 1>>(1, n, b_obs),
+            sycl::buffer<double, 1>(b_lo.data(), sycl::range<1>(1)),
+            sycl::buffer<double, 1>(b_hi.data(), sycl::range<1>(1)));
+    }
+    EXPECT_EQ(b_lo[0], m.true_min(0));
+    EXPECT_EQ(b_hi[0], m.true_max(0));
+}
+
+}  // namespace
