@@ -25,6 +25,15 @@ namespace ext = sycl::ext::hostsycl;
 constexpr std::int64_t n_dims = 3;
 constexpr std::int64_t n_observations = 4;
 
+sycl::queue& q() {
+    static sycl::queue cpu{sycl::cpu_selector_v};
+    return cpu;
+}
+
+sycl::buffer<double, 1> empty() {
+    return sycl::buffer<double, 1>(sycl::range<1>(0));
+}
+
 // Words of the record that hold result arrays: mean (11) to max (29).
 constexpr int first_array_word = 11;
 constexpr int last_array_word = 29;
@@ -358,6 +367,276 @@ TEST_F(adapter_table, pointer_form_rows) {
         EXPECT_EQ(made.task.weights, nullptr);
         EXPECT_EQ(made.task.indices, nullptr);
     }
+}
+
+// The buffer form: the same adapters with placeholder accessors. Record words are checked for
+// being set or null (buffer storage has no address the test knows beforehand); the caller's
+// results show where each array went.
+struct buffer_row {
+    std::string name;
+    std::vector<std::string> entries;
+    std::set<int> set_words;  // all other array words are null
+    std::uint64_t mask;
+    std::int64_t method;
+    std::vector<std::pair<int, int>> given;  // (result number, its record word)
+    std::function<void(const dataset<row_major, sycl::buffer<double, 1>>&,
+                       std::array<sycl::buffer<double, 1>, 4>&,
+                       sycl::buffer<double, 1>&)>
+        run;
+};
+
+TEST_F(adapter_table, buffer_form_rows) {
+    using B = sycl::buffer<double, 1>;
+    using D = dataset<row_major, B>;
+    using R = std::array<B, 4>;
+    const std::vector<buffer_row> rows = {
+        {"mean",
+         {"EditTask(7)", "Basic"},
+         {11},
+         0x1,
+         1,
+         {{0, 11}},
+         [](const D& d, R& r, B&) { run_mean<double, row_major>(q(), d, r[0]); }},
+        {"min",
+         {"EditTask(16)", "Minmax"},
+         {28},
+         0x400,
+         1,
+         {{0, 28}},
+         [](const D& d, R& r, B&) { run_min<double, row_major>(q(), d, r[0]); }},
+        {"max",
+         {"EditTask(17)", "Minmax"},
+         {29},
+         0x800,
+         1,
+         {{0, 29}},
+         [](const D& d, R& r, B&) { run_max<double, row_major>(q(), d, r[0]); }},
+        {"min_max",
+         {"EditTask(16)", "EditTask(17)", "Minmax"},
+         {28, 29},
+         0xc00,
+         1,
+         {{0, 28}, {1, 29}},
+         [](const D& d, R& r, B&) { run_min_max<double, row_major>(q(), d, r[0], r[1]); }},
+        {"raw_sum, s2 and s4",
+         {"EditSums", "Basic"},
+         {19, 21},
+         0x16000000,
+         1,
+         {{1, 19}, {3, 21}},
+         [](const D& d, R& r, B&) {
+             run_raw_sum<double, row_major>(q(), d, empty(), r[1], empty(), r[3]);
+         }},
+        {"raw_moment, r3 alone",
+         {"EditMoments", "Basic"},
+         {13},
+         0x5,
+         1,
+         {{2, 13}},
+         [](const D& d, R& r, B&) {
+             run_raw_moment<double, row_major>(q(), d, empty(), empty(), r[2], empty());
+         }},
+        // Method 1 in this form; r3 and cs3 (a filler here) go along with order 4.
+        {"central_sum fast, cs2 and cs4",
+         {"EditMoments", "EditSums", "Basic"},
+         {11, 12, 13, 14, 22, 23, 24},
+         0xa0000000,
+         1,
+         {{0, 22}, {2, 24}},
+         [](const D& d, R& r, B&) {
+             run_central_sum<1, double, row_major>(q(), d, r[0], empty(), r[2]);
+         }},
+        {"central_sum fast, cs2 alone",
+         {"EditMoments", "EditSums", "Basic"},
+         {11, 12, 22},
+         0x20000000,
+         1,
+         {{0, 22}},
+         [](const D& d, R& r, B&) {
+             run_central_sum<1, double, row_major>(q(), d, r[0], empty(), empty());
+         }},
+        {"central_sum alternate, cs4 alone",
+         {"EditTask(7)", "EditSums", "Basic"},
+         {11, 23, 24},
+         0xa0000000,
+         2,
+         {{2, 24}},
+         [](const D& d, R& r, B&) {
+             run_central_sum<2, double, row_major>(q(), d, empty(), empty(), r[2]);
+         }},
+        {"central_sum, given mean, cs3 alone",
+         {"EditTask(7)", "EditSums", "Basic"},
+         {11, 23},
+         0x60000000,
+         256,
+         {{1, 23}},
+         [](const D& d, R& r, B& m) {
+             run_central_sum<double, row_major>(q(), m, d, empty(), r[1], empty());
+         }},
+        // Only r3 goes along with order 4 here: the filler of c3 stays out.
+        {"central_moment fast, c4 alone",
+         {"EditMoments", "Basic"},
+         {11, 12, 13, 14, 17},
+         0x50,
+         1,
+         {{2, 17}},
+         [](const D& d, R& r, B&) {
+             run_central_moment<1, double, row_major>(q(), d, empty(), empty(), r[2]);
+         }},
+        {"central_moment alternate, all",
+         {"EditMoments", "Basic"},
+         {11, 12, 13, 14, 15, 16, 17},
+         0x70,
+         2,
+         {{0, 15}, {1, 16}, {2, 17}},
+         [](const D& d, R& r, B&) {
+             run_central_moment<2, double, row_major>(q(), d, r[0], r[1], r[2]);
+         }},
+        {"central_moment, given mean, c2 alone",
+         {"EditMoments", "Basic"},
+         {11, 12, 15},
+         0x10,
+         256,
+         {{0, 15}},
+         [](const D& d, R& r, B& m) {
+             run_central_moment<double, row_major>(q(), m, d, r[0], empty(), empty());
+         }},
+        {"skewness",
+         {"EditMoments", "EditTask(15)", "Basic"},
+         {11, 12, 13, 15, 16, 26},
+         0x100,
+         1,
+         {{0, 26}},
+         [](const D& d, R& r, B&) { run_skewness<double, row_major>(q(), d, r[0]); }},
+        {"skewness, given mean",
+         {"EditMoments", "EditTask(15)", "Basic"},
+         {11, 12, 13, 15, 16, 26},
+         0x100,
+         256,
+         {{0, 26}},
+         [](const D& d, R& r, B& m) { run_skewness<double, row_major>(q(), m, d, r[0]); }},
+        {"kurtosis",
+         {"EditMoments", "EditTask(14)", "Basic"},
+         {11, 12, 13, 14, 15, 17, 25},
+         0x80,
+         1,
+         {{0, 25}},
+         [](const D& d, R& r, B&) { run_kurtosis<double, row_major>(q(), d, r[0]); }},
+        {"kurtosis, given mean",
+         {"EditMoments", "EditTask(14)", "Basic"},
+         {11, 12, 13, 14, 15, 17, 25},
+         0x80,
+         256,
+         {{0, 25}},
+         [](const D& d, R& r, B& m) { run_kurtosis<double, row_major>(q(), m, d, r[0]); }},
+        {"variation",
+         {"EditMoments", "EditTask(18)", "Basic"},
+         {11, 12, 15, 27},
+         0x200,
+         1,
+         {{0, 27}},
+         [](const D& d, R& r, B&) { run_variation<double, row_major>(q(), d, r[0]); }},
+        {"variation, given mean",
+         {"EditMoments", "EditTask(18)", "Basic"},
+         {11, 12, 15, 27},
+         0x200,
+         256,
+         {{0, 27}},
+         [](const D& d, R& r, B& m) { run_variation<double, row_major>(q(), m, d, r[0]); }},
+    };
+    std::vector<double> x(n_dims * n_observations, 1.0);
+    for (const buffer_row& r : rows) {
+        SCOPED_TRACE(r.name);
+        core_double::reset();
+        std::array<std::vector<double>, 4> results_host;
+        std::vector<double> mean_host(n_dims, 0.5);
+        {
+            for (auto& h : results_host)
+                h.assign(n_dims, -1.0);
+            B xb(x.data(), sycl::range<1>(x.size()));
+            const D data(n_dims, n_observations, xb);
+            R out = {B(results_host[0].data(), sycl::range<1>(n_dims)),
+                     B(results_host[1].data(), sycl::range<1>(n_dims)),
+                     B(results_host[2].data(), sycl::range<1>(n_dims)),
+                     B(results_host[3].data(), sycl::range<1>(n_dims))};
+            B mean(mean_host.data(), sycl::range<1>(n_dims));
+            r.run(data, out, mean);
+        }
+        const std::vector<core_double::call> calls = core_double::calls();
+        ASSERT_GE(calls.size(), 3u);
+        EXPECT_EQ(calls.front().entry, "__rtkdSSNewTask");
+        EXPECT_EQ(calls.back().entry, "__rtkSSDeleteTask");
+        std::vector<std::string> labels;
+        for (std::size_t k = 1; k + 1 < calls.size(); ++k)
+            labels.push_back(entry_label(calls[k]));
+        EXPECT_EQ(labels, r.entries);
+        const core_double::call& computed = calls[calls.size() - 2];
+        EXPECT_EQ(computed.estimates, r.mask);
+        EXPECT_EQ(computed.method, r.method);
+        for (int word = first_array_word; word <= last_array_word; ++word)
+            EXPECT_EQ(word_of(computed.task, word) != nullptr, r.set_words.count(word) == 1)
+                << "record word " << word;
+        for (const auto& [k, word] : r.given)
+            for (std::int64_t d = 0; d < n_dims; ++d)
+                EXPECT_EQ(results_host[k][d],
+                          (r.mask & bit_of_word(word)) ? core_double::marker(word, d) : -1.0)
+                    << "result " << k << " dimension " << d;
+        EXPECT_EQ(mean_host, std::vector<double>(n_dims, 0.5)) << "the caller's mean is read only";
+    }
+}
+
+// The buffer form has one host task per combination of weights and mask; absent ones reach the
+// core library as null, and the mask reaches it as given.
+TEST_F(adapter_table, buffer_form_hands_on_weights_and_mask_only_when_present) {
+    using B = sycl::buffer<double, 1>;
+    using I = sycl::buffer<std::int64_t, 1>;
+    std::vector<double> x(n_dims * n_observations, 1.0);
+    std::vector<double> w(n_observations, 2.0);
+    std::vector<std::int64_t> keep = {1, 0, 1};
+    for (bool weighted : {false, true}) {
+        for (bool masked : {false, true}) {
+            SCOPED_TRACE(testing::Message() << "weights " << weighted << ", mask " << masked);
+            core_double::reset();
+            std::vector<double> out(n_dims, -1.0);
+            {
+                B xb(x.data(), sycl::range<1>(x.size()));
+                B wb = weighted ? B(w.data(), sycl::range<1>(w.size())) : B(sycl::range<1>(0));
+                I ib = masked ? I(keep.data(), sycl::range<1>(keep.size())) : I(sycl::range<1>(0));
+                const dataset<col_major, B> data(n_dims, n_observations, xb, wb, ib);
+                run_mean<double, col_major>(queue, data, B(out.data(), sycl::range<1>(n_dims)));
+            }
+            const core_double::call made = core_double::calls().at(0);
+            EXPECT_EQ(made.entry, "__rtkdSSNewTask");
+            EXPECT_EQ(made.task.int_width, 1u);
+            EXPECT_EQ(made.n_dims, n_dims);
+            EXPECT_EQ(made.n_observations, n_observations);
+            EXPECT_EQ(made.storage, col_major);
+            EXPECT_NE(made.task.observations, nullptr);
+            EXPECT_EQ(made.task.weights != nullptr, weighted);
+            EXPECT_EQ(made.task.indices != nullptr, masked);
+            for (std::int64_t d = 0; d < n_dims; ++d)
+                EXPECT_EQ(out[d], masked && keep[d] == 0 ? -1.0 : core_double::marker(11, d));
+        }
+    }
+}
+
+// Single precision goes through the s entries with the same table.
+TEST_F(adapter_table, single_precision_uses_the_s_entries) {
+    float* x = sycl::malloc_shared<float>(n_dims * n_observations, queue);
+    float* out = sycl::malloc_shared<float>(n_dims, queue);
+    const dataset<col_major, float*> data(n_dims, n_observations, x);
+    run_central_moment<2, float, col_major>(queue, data, out, nullptr, nullptr, {}).wait();
+    std::vector<std::string> entries;
+    for (const core_double::call& c : core_double::calls())
+        entries.push_back(c.entry);
+    EXPECT_EQ(entries, (std::vector<std::string>{"__rtksSSNewTask", "__rtksSSEditMoments",
+                                                 "_rtksSSBasic", "__rtkSSDeleteTask"}));
+    EXPECT_EQ(core_double::calls().at(2).method, 2);
+    EXPECT_EQ(core_double::calls().at(0).storage, col_major);
+    for (std::int64_t d = 0; d < n_dims; ++d)
+        EXPECT_EQ(out[d], static_cast<float>(core_double::marker(15, d)));
+    sycl::free(out, queue);
+    sycl::free(x, queue);
 }
 
 }  // namespace
