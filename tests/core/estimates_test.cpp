@@ -174,8 +174,8 @@ class AgainstReference : public testing::TestWithParam<reference_case> {};
 // Skewed positive data (an exponential draw plus an offset), so that no estimate is near zero
 // and relative errors mean something; weights with zeros among them, on NaN observations.
 template <class T>
-void run_reference_case(const reference_case& c) {
-    const int64_t dims = 5, n = 20011;
+void run_reference_case(const reference_case& c, int64_t dims) {
+    const int64_t n = 20011;
     std::mt19937_64 gen(99);
     std::exponential_distribution<double> e(1.0);
     std::uniform_real_distribution<double> u(0.0, 2.0);
@@ -196,11 +196,14 @@ void run_reference_case(const reference_case& c) {
         }
     }
     const std::vector<T> data = c.storage == QND_SS_ROW_MAJOR ? rows : transpose(rows, dims, n);
-    const int64_t mask64[dims] = {1, 0, 7, 1, 0};
-    const int32_t mask32[dims] = {1, 0, 7, 1, 0};
+    std::vector<int64_t> mask64(dims);
+    std::vector<int32_t> mask32(dims);
+    for (int64_t d = 0; d < dims; ++d) {
+        mask64[d] = mask32[d] = d % 5 == 1 || d % 5 == 4 ? 0 : 1 + d % 3;
+    }
     const void* indices = !c.masked     ? nullptr
-                          : c.wide_ints ? static_cast<const void*>(mask64)
-                                        : static_cast<const void*>(mask32);
+                          : c.wide_ints ? static_cast<const void*>(mask64.data())
+                                        : static_cast<const void*>(mask32.data());
     task_fixture<T> f(dims, n, c.storage, data.data(), c.weighted ? w.data() : nullptr, indices,
                       c.wide_ints);
     outputs<T> o(dims);
@@ -222,12 +225,20 @@ void run_reference_case(const reference_case& c) {
     }
 }
 
+// Dimension counts that take every kernel shape: fewer than the lanes, a few full vectors per
+// row, and a count that fits no vector, on every vector path.
 TEST_P(AgainstReference, EveryEstimate) {
     const reference_case& c = GetParam();
-    if (c.float_data) {
-        run_reference_case<float>(c);
-    } else {
-        run_reference_case<double>(c);
+    for (const char* isa : isa_names) {
+        scoped_env env("QND_CORE_ISA", isa);
+        for (int64_t dims : {2, 5, 16}) {
+            SCOPED_TRACE(testing::Message() << isa << ", " << dims << " dimensions");
+            if (c.float_data) {
+                run_reference_case<float>(c, dims);
+            } else {
+                run_reference_case<double>(c, dims);
+            }
+        }
     }
 }
 

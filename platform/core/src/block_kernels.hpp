@@ -293,10 +293,12 @@ void moments_column_group(
             s[0] += load_wide(x + r * ld);
         }
     } else {
-        for (int64_t r = 0; r < rows; ++r) {
-            const double wr = static_cast<double>(w[r]);
-            if (wr > 0) {
-                s[r % unroll] += load_wide(x + r * ld) * wr;
+        for (int64_t r = 0; r < rows; r += unroll) {
+            for (int u = 0; u < unroll && r + u < rows; ++u) {
+                const double wr = static_cast<double>(w[r + u]);
+                if (wr > 0) {
+                    s[u] += load_wide(x + (r + u) * ld) * wr;
+                }
             }
         }
     }
@@ -313,28 +315,24 @@ void moments_column_group(
     }
     const vdouble cv = sum / sumw;
     vdouble a1[unroll] = {}, a2[unroll] = {}, a3[unroll] = {}, a4[unroll] = {};
-    for (int64_t r = 0; r < rows; ++r) {
-        const int u = static_cast<int>(r % unroll);
-        vdouble d, wd;
-        if (w == nullptr) {
-            d = load_wide(x + r * ld) - cv;
-            wd = d;
-        } else {
-            const double wr = static_cast<double>(w[r]);
-            if (!(wr > 0)) {
+    // The inner loop has constant bounds, so that every accumulator stays in a register.
+    for (int64_t r = 0; r < rows; r += unroll) {
+        for (int u = 0; u < unroll && r + u < rows; ++u) {
+            const double wr = w == nullptr ? 1.0 : static_cast<double>(w[r + u]);
+            if (w != nullptr && !(wr > 0)) {
                 continue;
             }
-            d = load_wide(x + r * ld) - cv;
-            wd = d * wr;
-        }
-        const vdouble wd2 = wd * d;
-        a1[u] += wd;
-        a2[u] += wd2;
-        if (Order >= 3) {
-            const vdouble wd3 = wd2 * d;
-            a3[u] += wd3;
-            if (Order >= 4) {
-                a4[u] += wd3 * d;
+            const vdouble d = load_wide(x + (r + u) * ld) - cv;
+            const vdouble wd = w == nullptr ? d : d * wr;
+            const vdouble wd2 = wd * d;
+            a1[u] += wd;
+            a2[u] += wd2;
+            if (Order >= 3) {
+                const vdouble wd3 = wd2 * d;
+                a3[u] += wd3;
+                if (Order >= 4) {
+                    a4[u] += wd3 * d;
+                }
             }
         }
     }
@@ -368,10 +366,12 @@ void moments_column_single(
         return;
     }
     double s[unroll] = {};
-    for (int64_t r = 0; r < rows; ++r) {
-        const double wr = w == nullptr ? 1.0 : static_cast<double>(w[r]);
-        if (wr > 0) {
-            s[r % unroll] += static_cast<double>(x[r * ld]) * wr;
+    for (int64_t r = 0; r < rows; r += unroll) {
+        for (int u = 0; u < unroll && r + u < rows; ++u) {
+            const double wr = w == nullptr ? 1.0 : static_cast<double>(w[r + u]);
+            if (wr > 0) {
+                s[u] += static_cast<double>(x[(r + u) * ld]) * wr;
+            }
         }
     }
     m.w = sumw;
@@ -384,17 +384,18 @@ void moments_column_single(
     }
     m.c = sum / sumw;
     double a1[unroll] = {}, a2[unroll] = {}, a3[unroll] = {}, a4[unroll] = {};
-    for (int64_t r = 0; r < rows; ++r) {
-        const double wr = w == nullptr ? 1.0 : static_cast<double>(w[r]);
-        if (wr > 0) {
-            const int u = static_cast<int>(r % unroll);
-            const double d = static_cast<double>(x[r * ld]) - m.c;
-            const double wd = wr * d;
-            const double wd2 = wd * d;
-            a1[u] += wd;
-            a2[u] += wd2;
-            a3[u] += wd2 * d;
-            a4[u] += (wd2 * d) * d;
+    for (int64_t r = 0; r < rows; r += unroll) {
+        for (int u = 0; u < unroll && r + u < rows; ++u) {
+            const double wr = w == nullptr ? 1.0 : static_cast<double>(w[r + u]);
+            if (wr > 0) {
+                const double d = static_cast<double>(x[(r + u) * ld]) - m.c;
+                const double wd = wr * d;
+                const double wd2 = wd * d;
+                a1[u] += wd;
+                a2[u] += wd2;
+                a3[u] += wd2 * d;
+                a4[u] += (wd2 * d) * d;
+            }
         }
     }
     m.d1 = (a1[0] + a1[1]) + (a1[2] + a1[3]);
@@ -404,12 +405,188 @@ void moments_column_single(
     *out = m;
 }
 
+// All dimensions of a row at once, when they fill G vectors exactly (G = 2..4): every row is read
+// once per pass, with G independent sums per power, instead of once per group of lanes.
+template <int Order, int G, class T>
+void moments_rows(
+    const T* x, const T* w, int64_t rows, int64_t ld, double sumw, double sumw2, moment_sums* out) {
+    vdouble s[2][G] = {};
+    for (int64_t r = 0; r < rows; r += 2) {
+        for (int u = 0; u < 2 && r + u < rows; ++u) {
+            const double wr = w == nullptr ? 1.0 : static_cast<double>(w[r + u]);
+            if (w != nullptr && !(wr > 0)) {
+                continue;
+            }
+            for (int g = 0; g < G; ++g) {
+                const vdouble v = load_wide(x + (r + u) * ld + g * lanes);
+                s[u][g] += w == nullptr ? v : v * wr;
+            }
+        }
+    }
+    vdouble cv[G];
+    for (int g = 0; g < G; ++g) {
+        const vdouble sum = s[0][g] + s[1][g];
+        if (Order == 1) {
+            for (int l = 0; l < lanes; ++l) {
+                moment_sums m;
+                m.w = sumw;
+                m.w2 = sumw2;
+                m.d1 = sumw == 0 ? 0 : sum[l];
+                out[g * lanes + l] = m;
+            }
+        }
+        cv[g] = sum / sumw;
+    }
+    if (Order == 1) {
+        return;
+    }
+    vdouble a1[G] = {}, a2[G] = {}, a3[G] = {}, a4[G] = {};
+    for (int64_t r = 0; r < rows; ++r) {
+        const double wr = w == nullptr ? 1.0 : static_cast<double>(w[r]);
+        if (w != nullptr && !(wr > 0)) {
+            continue;
+        }
+        for (int g = 0; g < G; ++g) {
+            const vdouble d = load_wide(x + r * ld + g * lanes) - cv[g];
+            const vdouble wd = w == nullptr ? d : d * wr;
+            const vdouble wd2 = wd * d;
+            a1[g] += wd;
+            a2[g] += wd2;
+            if (Order >= 3) {
+                const vdouble wd3 = wd2 * d;
+                a3[g] += wd3;
+                if (Order >= 4) {
+                    a4[g] += wd3 * d;
+                }
+            }
+        }
+    }
+    for (int g = 0; g < G; ++g) {
+        for (int l = 0; l < lanes; ++l) {
+            moment_sums m;
+            if (sumw != 0) {
+                m.w = sumw;
+                m.w2 = sumw2;
+                m.c = cv[g][l];
+                m.d1 = a1[g][l];
+                m.d2 = a2[g][l];
+                m.d3 = a3[g][l];
+                m.d4 = a4[g][l];
+            }
+            out[g * lanes + l] = m;
+        }
+    }
+}
+
+// Fewer dimensions than lanes, dividing them, without weights: the block is read as one contiguous
+// array whose lane l always holds dimension l % ld, and the lanes of a dimension add up at the end.
+template <int Order, class T>
+void moments_periodic(const T* x, int64_t rows, int64_t ld, moment_sums* out) {
+    constexpr int step = unroll * lanes;
+    const int64_t n = rows * ld;
+    const int64_t nv = n - n % step;
+    vdouble s[unroll] = {};
+    for (int64_t i = 0; i < nv; i += step) {
+        for (int u = 0; u < unroll; ++u) {
+            s[u] += load_wide(x + i + u * lanes);
+        }
+    }
+    const vdouble sv = (s[0] + s[1]) + (s[2] + s[3]);
+    double sum[lanes] = {};
+    for (int l = 0; l < lanes; ++l) {
+        sum[l % ld] += sv[l];
+    }
+    for (int64_t i = nv; i < n; ++i) {
+        sum[i % ld] += static_cast<double>(x[i]);
+    }
+    const double count = static_cast<double>(rows);
+    if (Order == 1) {
+        for (int64_t d = 0; d < ld; ++d) {
+            moment_sums m;
+            m.w = count;
+            m.w2 = count;
+            m.d1 = sum[d];
+            out[d] = m;
+        }
+        return;
+    }
+    double c[lanes];
+    vdouble cv;
+    for (int l = 0; l < lanes; ++l) {
+        c[l] = sum[l % ld] / count;
+        cv[l] = c[l];
+    }
+    vdouble a1[unroll] = {}, a2[unroll] = {}, a3[unroll] = {}, a4[unroll] = {};
+    for (int64_t i = 0; i < nv; i += step) {
+        for (int u = 0; u < unroll; ++u) {
+            const vdouble d = load_wide(x + i + u * lanes) - cv;
+            const vdouble d2 = d * d;
+            a1[u] += d;
+            a2[u] += d2;
+            if (Order >= 3) {
+                a3[u] += d2 * d;
+            }
+            if (Order >= 4) {
+                a4[u] += d2 * d2;
+            }
+        }
+    }
+    const vdouble v1 = (a1[0] + a1[1]) + (a1[2] + a1[3]);
+    const vdouble v2 = (a2[0] + a2[1]) + (a2[2] + a2[3]);
+    const vdouble v3 = (a3[0] + a3[1]) + (a3[2] + a3[3]);
+    const vdouble v4 = (a4[0] + a4[1]) + (a4[2] + a4[3]);
+    double t1[lanes] = {}, t2[lanes] = {}, t3[lanes] = {}, t4[lanes] = {};
+    for (int l = 0; l < lanes; ++l) {
+        t1[l % ld] += v1[l];
+        t2[l % ld] += v2[l];
+        t3[l % ld] += v3[l];
+        t4[l % ld] += v4[l];
+    }
+    for (int64_t i = nv; i < n; ++i) {
+        const int64_t k = i % ld;
+        const double d = static_cast<double>(x[i]) - c[k];
+        const double d2 = d * d;
+        t1[k] += d;
+        t2[k] += d2;
+        t3[k] += d2 * d;
+        t4[k] += d2 * d2;
+    }
+    for (int64_t d = 0; d < ld; ++d) {
+        moment_sums m;
+        m.w = count;
+        m.w2 = count;
+        m.c = c[d];
+        m.d1 = t1[d];
+        m.d2 = t2[d];
+        m.d3 = t3[d];
+        m.d4 = t4[d];
+        out[d] = m;
+    }
+}
+
 template <int Order, class T>
 bool moments_strided_order(
     const T* x, const T* w, int64_t rows, int64_t ld, int64_t count, moment_sums* out) {
     double sumw = static_cast<double>(rows), sumw2 = sumw;
     if (w != nullptr && !weight_sums(w, rows, &sumw, &sumw2)) {
         return false;
+    }
+    if (w == nullptr && count == ld && count < lanes && lanes % count == 0) {
+        moments_periodic<Order>(x, rows, ld, out);
+        return true;
+    }
+    switch (count % lanes == 0 ? count / lanes : 0) {
+        case 2:
+            moments_rows<Order, 2>(x, w, rows, ld, sumw, sumw2, out);
+            return true;
+        case 3:
+            moments_rows<Order, 3>(x, w, rows, ld, sumw, sumw2, out);
+            return true;
+        case 4:
+            moments_rows<Order, 4>(x, w, rows, ld, sumw, sumw2, out);
+            return true;
+        default:
+            break;
     }
     int64_t d = 0;
     for (; d + lanes <= count; d += lanes) {
@@ -507,6 +684,43 @@ bool extremes(const T* x, const T* w, int64_t n, extreme_sums* out) {
     return ok;
 }
 
+// Extremes of all dimensions of a row at once, when they fill G native vectors exactly.
+template <int G, class T>
+void extremes_rows(
+    const T* x, const T* w, int64_t rows, int64_t ld, bool any_kept, extreme_sums* out) {
+    using V = typename native<T>::type;
+    using M = typename native<T>::mask;
+    constexpr int N = native<T>::size;
+    const V vinf = V{} + static_cast<T>(inf);
+    V mn[G], mx[G];
+    M nan[G] = {};
+    for (int g = 0; g < G; ++g) {
+        mn[g] = vinf;
+        mx[g] = -vinf;
+    }
+    for (int64_t r = 0; r < rows; ++r) {
+        if (w != nullptr && !(w[r] > 0)) {
+            continue;
+        }
+        for (int g = 0; g < G; ++g) {
+            const V v = load_native(x + r * ld + g * N);
+            mn[g] = v < mn[g] ? v : mn[g];
+            mx[g] = v > mx[g] ? v : mx[g];
+            nan[g] |= v != v;
+        }
+    }
+    for (int g = 0; g < G; ++g) {
+        for (int l = 0; l < N; ++l) {
+            extreme_sums e;
+            e.min = mn[g][l];
+            e.max = mx[g][l];
+            e.nan = nan[g][l] != 0;
+            e.kept = any_kept;
+            out[g * N + l] = e;
+        }
+    }
+}
+
 template <class T>
 bool extremes_strided(
     const T* x, const T* w, int64_t rows, int64_t ld, int64_t count, extreme_sums* out) {
@@ -525,6 +739,19 @@ bool extremes_strided(
         if (!ok) {
             return false;
         }
+    }
+    switch (count % N == 0 ? count / N : 0) {
+        case 2:
+            extremes_rows<2>(x, w, rows, ld, any_kept, out);
+            return true;
+        case 3:
+            extremes_rows<3>(x, w, rows, ld, any_kept, out);
+            return true;
+        case 4:
+            extremes_rows<4>(x, w, rows, ld, any_kept, out);
+            return true;
+        default:
+            break;
     }
     int64_t d = 0;
     for (; d + N <= count; d += N) {
