@@ -18,6 +18,7 @@ class negative_zero_kernel;
 class isolation_kernel;
 class copy_kernel;
 class refused_kernel;
+class broadcast_kernel;
 
 struct reduce_case {
     std::size_t local;
@@ -185,6 +186,28 @@ TEST(group_copy, strided_copy_is_complete_for_every_work_item_after_wait) {
         for (std::size_t l = 0; l < local; ++l)
             EXPECT_EQ(out[g * local + l], in[g * local * stride + (local - 1 - l) * stride]);
     sycl::free(in, q);
+    sycl::free(out, q);
+}
+
+// group_broadcast hands every work-item the value of the chosen one.
+TEST(group_broadcast, every_work_item_gets_the_chosen_value) {
+    constexpr std::size_t local = 7, groups = 4;
+    sycl::queue q{sycl::ext::hostsycl::make_gpu_device(local)};
+    long* out = sycl::malloc_shared<long>(2 * local * groups, q);
+    q.submit([&](sycl::handler& cgh) {
+         cgh.parallel_for<broadcast_kernel>(
+             sycl::nd_range<1>(local * groups, local), [=](sycl::nd_item<1> it) {
+                 const long mine = static_cast<long>(it.get_global_id(0)) * 10;
+                 const std::size_t i = it.get_global_id(0);
+                 out[2 * i] = sycl::group_broadcast(it.get_group(), mine);
+                 out[2 * i + 1] = sycl::group_broadcast(it.get_group(), mine, 5);
+             });
+     }).wait_and_throw();
+    for (std::size_t i = 0; i < local * groups; ++i) {
+        const long first = static_cast<long>(i / local * local) * 10;
+        EXPECT_EQ(out[2 * i], first) << i;
+        EXPECT_EQ(out[2 * i + 1], first + 50) << i;
+    }
     sycl::free(out, q);
 }
 

@@ -65,4 +65,21 @@ TEST(kernel_registry, a_loaded_library_registers_its_kernels_and_launches_them_b
     EXPECT_EQ(launches[0].local_memory_bytes, 0u);
 }
 
+// The library is built with hidden visibility; sycl::exception must still be one type.
+TEST(kernel_registry, exceptions_from_a_hidden_visibility_library_are_caught_by_type) {
+    void* lib = dlopen(HOSTSYCL_PROBE_LIBRARY, RTLD_NOW | RTLD_LOCAL);
+    ASSERT_NE(lib, nullptr) << dlerror();
+    auto thrower = reinterpret_cast<void (*)()>(dlsym(lib, "hostsycl_probe_throw"));
+    ASSERT_NE(thrower, nullptr);
+    try {
+        thrower();
+        FAIL() << "no exception";
+    } catch (const sycl::exception& e) {
+        EXPECT_EQ(e.code(), sycl::errc::kernel_argument);
+        EXPECT_STREQ(e.what(), "thrown inside the probe library");
+    } catch (...) {
+        FAIL() << "sycl::exception was not caught by its type";
+    }
+}
+
 }  // namespace

@@ -24,3 +24,9 @@ extern "C" __attribute__((visibility("default"))) long long hostsycl_probe_sum(s
     sycl::free(out, q);
     return result;
 }
+
+// Throws a sycl::exception from inside this hidden-visibility library, so that the caller can
+// check that it catches it by type.
+extern "C" __attribute__((visibility("default"))) void hostsycl_probe_throw() {
+    throw sycl::exception(sycl::errc::kernel_argument, "thrown inside the probe library");
+}

@@ -83,6 +83,50 @@ TEST(command_order, depends_on_orders_host_tasks_of_different_queues) {
     sycl::free(cell, producer);
 }
 
+TEST(command_order, depends_on_a_list_waits_for_every_event) {
+    sycl::queue a{sycl::cpu_selector_v};
+    sycl::queue b{sycl::cpu_selector_v};
+    sycl::queue c{sycl::cpu_selector_v};
+    int* cell = sycl::malloc_shared<int>(3, a);
+    cell[0] = cell[1] = 0;
+    std::vector<sycl::event> events{
+        a.submit([&](sycl::handler& cgh) {
+            cgh.host_task([=] {
+                std::this_thread::sleep_for(std::chrono::milliseconds(20));
+                cell[0] = 1;
+            });
+        }),
+        b.submit([&](sycl::handler& cgh) {
+            cgh.host_task([=] {
+                std::this_thread::sleep_for(std::chrono::milliseconds(40));
+                cell[1] = 2;
+            });
+        }),
+        sycl::event()};  // a default event is complete
+    c.submit([&](sycl::handler& cgh) {
+         cgh.depends_on(events);
+         cgh.host_task([=] { cell[2] = cell[0] + cell[1]; });
+     }).wait();
+    EXPECT_EQ(cell[2], 3);
+    sycl::event::wait(events);
+    sycl::free(cell, a);
+}
+
+TEST(queues, a_device_outside_the_context_is_refused) {
+    sycl::context ctx{sycl::device(sycl::cpu_selector_v)};
+    try {
+        sycl::queue q(ctx, sycl::device(sycl::gpu_selector_v));
+        FAIL() << "no exception";
+    } catch (const sycl::exception& e) {
+        EXPECT_EQ(e.code(), sycl::errc::invalid);
+        EXPECT_STREQ(e.what(), "The queue's device is not one of its context's devices.");
+    }
+    sycl::queue fine(ctx, sycl::device(sycl::cpu_selector_v));
+    EXPECT_EQ(fine.get_context(), ctx);
+    EXPECT_EQ(sycl::queue(sycl::cpu_selector_v).get_context(),
+              sycl::queue(sycl::cpu_selector_v).get_context());  // one default context per device
+}
+
 TEST(command_order, host_task_after_kernel_through_an_accessor) {
     constexpr std::size_t n = 256;
     sycl::queue q{sycl::ext::hostsycl::make_gpu_device(32)};
