@@ -1,6 +1,7 @@
 // The platform and its devices: the CPU device, the emulated GPU, its sub-devices, selectors.
 #include <cstdlib>
 #include <functional>
+#include <mutex>
 #include <string>
 #include <thread>
 #include <vector>
@@ -34,8 +35,17 @@ std::size_t gpu_work_group_size_from_environment() {
     return static_cast<std::size_t>(v);
 }
 
+// Every device made stays reachable here: devices live as long as the process.
+device_impl* keep(device_impl* d) {
+    static std::mutex m;
+    static auto* kept = new std::vector<device_impl*>;
+    std::lock_guard<std::mutex> lock(m);
+    kept->push_back(d);
+    return d;
+}
+
 device_impl* make_gpu(std::size_t max_work_group_size, std::string name) {
-    auto* d = new device_impl;  // devices live as long as the process
+    auto* d = keep(new device_impl);
     d->name = std::move(name);
     d->type = info::device_type::gpu;
     d->max_work_group_size = max_work_group_size;
@@ -48,7 +58,7 @@ struct device_table {
     device_impl* cpu;
     device_impl* gpu;
     device_table() {
-        cpu = new device_impl;
+        cpu = keep(new device_impl);
         cpu->name = "hostsycl CPU";
         cpu->type = info::device_type::cpu;
         cpu->max_work_group_size = 8192;

@@ -21,13 +21,23 @@
 
 #if defined(__SANITIZE_THREAD__)
 #define HOSTSYCL_TSAN 1
-#elif defined(__has_feature)
+#endif
+#if defined(__SANITIZE_ADDRESS__)
+#define HOSTSYCL_ASAN 1
+#endif
+#if defined(__has_feature)
 #if __has_feature(thread_sanitizer)
 #define HOSTSYCL_TSAN 1
+#endif
+#if __has_feature(address_sanitizer)
+#define HOSTSYCL_ASAN 1
 #endif
 #endif
 #ifdef HOSTSYCL_TSAN
 #include <sanitizer/tsan_interface.h>
+#endif
+#ifdef HOSTSYCL_ASAN
+#include <sanitizer/common_interface_defs.h>
 #endif
 
 namespace ctx = boost::context;
@@ -55,13 +65,17 @@ struct stack_pool {
 // The stack allocator of a work-item's fiber: takes from and returns to the thread's pool.
 struct pooled_stack {
     stack_pool* pool;
+    ctx::stack_context* handed_out;  // where the work-item keeps its stack's bounds
     ctx::stack_context allocate() {
+        ctx::stack_context s;
         if (!pool->free.empty()) {
-            ctx::stack_context s = pool->free.back();
+            s = pool->free.back();
             pool->free.pop_back();
-            return s;
+        } else {
+            s = ctx::protected_fixedsize_stack(stack_bytes).allocate();
         }
-        return ctx::protected_fixedsize_stack(stack_bytes).allocate();
+        *handed_out = s;
+        return s;
     }
     void deallocate(ctx::stack_context& s) noexcept { pool->free.push_back(s); }
 };
@@ -73,8 +87,12 @@ struct work_item {
     bool finished = false;
     std::exception_ptr error;
     item_state state{};
+    ctx::stack_context stack;
 #ifdef HOSTSYCL_TSAN
     void* tsan_fiber = nullptr;
+#endif
+#ifdef HOSTSYCL_ASAN
+    void* fake_stack = nullptr;
 #endif
 };
 
@@ -116,6 +134,11 @@ struct group_state {
 #ifdef HOSTSYCL_TSAN
     void* scheduler_tsan = nullptr;
 #endif
+#ifdef HOSTSYCL_ASAN
+    void* scheduler_fake_stack = nullptr;
+    const void* scheduler_stack_bottom = nullptr;
+    std::size_t scheduler_stack_size = 0;
+#endif
 };
 
 namespace {
@@ -123,6 +146,46 @@ namespace {
 [[noreturn]] void throw_kernel_error(const group_state& g, const std::string& what) {
     throw exception(errc::kernel, "Kernel '" + g.launch->kernel_name + "', work-group " +
                                       std::to_string(g.group_id) + ": " + what);
+}
+
+// The sanitizers follow each switch between the group's scheduler and a work-item: the
+// side that gives up control announces the switch, the side that gets control confirms it.
+void switching_to_item(group_state& g, work_item& w) {
+#ifdef HOSTSYCL_TSAN
+    __tsan_switch_to_fiber(w.tsan_fiber, 0);
+#endif
+#ifdef HOSTSYCL_ASAN
+    __sanitizer_start_switch_fiber(&g.scheduler_fake_stack,
+                                   static_cast<char*>(w.stack.sp) - w.stack.size, w.stack.size);
+#endif
+    (void)g;
+    (void)w;
+}
+void back_on_scheduler(group_state& g) {
+#ifdef HOSTSYCL_ASAN
+    __sanitizer_finish_switch_fiber(g.scheduler_fake_stack, nullptr, nullptr);
+#endif
+    (void)g;
+}
+void switching_to_scheduler(group_state& g, work_item& w, bool finishing) {
+#ifdef HOSTSYCL_TSAN
+    __tsan_switch_to_fiber(g.scheduler_tsan, 0);
+#endif
+#ifdef HOSTSYCL_ASAN
+    __sanitizer_start_switch_fiber(finishing ? nullptr : &w.fake_stack, g.scheduler_stack_bottom,
+                                   g.scheduler_stack_size);
+#endif
+    (void)g;
+    (void)w;
+    (void)finishing;
+}
+void on_item(group_state& g, work_item& w) {
+#ifdef HOSTSYCL_ASAN
+    __sanitizer_finish_switch_fiber(w.fake_stack, &g.scheduler_stack_bottom,
+                                    &g.scheduler_stack_size);
+#endif
+    (void)g;
+    (void)w;
 }
 
 void start(group_state& g, work_item& w, std::size_t local_id, const item_state& base) {
@@ -135,36 +198,34 @@ void start(group_state& g, work_item& w, std::size_t local_id, const item_state&
     if (w.tsan_fiber == nullptr)
         w.tsan_fiber = __tsan_create_fiber(0);
 #endif
+#ifdef HOSTSYCL_ASAN
+    w.fake_stack = nullptr;
+#endif
     const launch_desc* launch = g.launch;
-    w.fiber = ctx::fiber(std::allocator_arg, pooled_stack{&this_thread_state().stacks},
+    w.fiber = ctx::fiber(std::allocator_arg, pooled_stack{&this_thread_state().stacks, &w.stack},
                          [&w, &g, launch](ctx::fiber&& scheduler) {
+                             on_item(g, w);
                              w.scheduler = std::move(scheduler);
                              try {
                                  const std::size_t l = w.state.local_id;
                                  launch->run_items(launch->kernel.get(), w.state, l, l + 1);
                              } catch (const ctx::detail::forced_unwind&) {
-#ifdef HOSTSYCL_TSAN
-                                 __tsan_switch_to_fiber(g.scheduler_tsan, 0);
-#endif
+                                 switching_to_scheduler(g, w, true);
                                  throw;
                              } catch (...) {
                                  w.error = std::current_exception();
                              }
                              w.finished = true;
-#ifdef HOSTSYCL_TSAN
-                             __tsan_switch_to_fiber(g.scheduler_tsan, 0);
-#endif
-                             (void)g;
+                             switching_to_scheduler(g, w, true);
                              return std::move(w.scheduler);
                          });
 }
 
 void resume(group_state& g, work_item& w) {
     g.current = &w;
-#ifdef HOSTSYCL_TSAN
-    __tsan_switch_to_fiber(w.tsan_fiber, 0);
-#endif
+    switching_to_item(g, w);
     w.fiber = std::move(w.fiber).resume();
+    back_on_scheduler(g);
     g.current = nullptr;
 }
 
@@ -173,10 +234,9 @@ void abandon(group_state& g, std::deque<work_item>& items, std::size_t n) {
     for (std::size_t i = 0; i < n; ++i) {
         if (items[i].fiber) {
             g.current = &items[i];
-#ifdef HOSTSYCL_TSAN
-            __tsan_switch_to_fiber(items[i].tsan_fiber, 0);
-#endif
+            switching_to_item(g, items[i]);
             items[i].fiber = ctx::fiber();
+            back_on_scheduler(g);
             g.current = nullptr;
         }
         items[i].scheduler = ctx::fiber();
@@ -343,10 +403,14 @@ void group_barrier(group_state* g) {
                                    " reached a barrier that work-item 0 never reached; every "
                                    "work-item of a group must reach the same barriers.");
     ++w->barriers;
-#ifdef HOSTSYCL_TSAN
-    __tsan_switch_to_fiber(g->scheduler_tsan, 0);
-#endif
-    w->scheduler = std::move(w->scheduler).resume();
+    switching_to_scheduler(*g, *w, false);
+    try {
+        w->scheduler = std::move(w->scheduler).resume();
+    } catch (const ctx::detail::forced_unwind&) {
+        on_item(*g, *w);  // resumed only to unwind: the group was abandoned
+        throw;
+    }
+    on_item(*g, *w);
 }
 
 void* group_scratch(group_state* g, std::size_t bytes) {
