@@ -5,6 +5,8 @@
 // so that no code of a wider set can be shared with a narrower one by the linker.
 #pragma once
 
+#include <immintrin.h>
+
 #include <cstdint>
 #include <cstring>
 
@@ -49,11 +51,18 @@ inline vdouble load_wide(const double* p) {
     return v;
 }
 
-// Float data are widened on load: every sum is taken in double.
+// Float data are widened on load: every sum is taken in double. One conversion instruction of the
+// full width (the generic vector conversion splits it in halves).
 inline vdouble load_wide(const float* p) {
+#if QND_VECTOR_BYTES == 64
+    return _mm512_cvtps_pd(_mm256_loadu_ps(p));
+#elif QND_VECTOR_BYTES == 32
+    return _mm256_cvtps_pd(_mm_loadu_ps(p));
+#else
     vfloat_half v;
     std::memcpy(&v, p, sizeof v);
     return __builtin_convertvector(v, vdouble);
+#endif
 }
 
 inline vdouble splat(double s) {
@@ -66,11 +75,6 @@ inline double lane_sum(vdouble v) {
         s += v[l];
     }
     return s;
-}
-
-inline double fold(const vdouble (&a)[unroll]) {
-    vdouble s = (a[0] + a[1]) + (a[2] + a[3]);
-    return lane_sum(s);
 }
 
 inline bool any(vmask m) {
@@ -93,17 +97,30 @@ inline bool any_of(M m) {
 
 // ---- moments of contiguous values ------------------------------------------------------------
 
+// Terms per running vector sum before it is added into the block's total: long chains of
+// additions round with a bias on sums of powers, short ones cost nothing.
+constexpr int64_t chain = 64;
+
+inline int64_t chunk_end(int64_t base, int64_t chunk, int64_t end) {
+    return end - base < chunk ? end : base + chunk;
+}
+
 template <int Order, class T>
 bool moments_plain(const T* x, int64_t n, moment_sums* out) {
     constexpr int step = unroll * lanes;
     const int64_t nv = n - n % step;
-    vdouble s[unroll] = {};
-    for (int64_t i = 0; i < nv; i += step) {
-        for (int u = 0; u < unroll; ++u) {
-            s[u] += load_wide(x + i + u * lanes);
+    vdouble total = {};
+    for (int64_t base = 0; base < nv; base += chain * step) {
+        const int64_t end = chunk_end(base, chain * step, nv);
+        vdouble s[unroll] = {};
+        for (int64_t i = base; i < end; i += step) {
+            for (int u = 0; u < unroll; ++u) {
+                s[u] += load_wide(x + i + u * lanes);
+            }
         }
+        total += (s[0] + s[1]) + (s[2] + s[3]);
     }
-    double sum = fold(s);
+    double sum = lane_sum(total);
     for (int64_t i = nv; i < n; ++i) {
         sum += static_cast<double>(x[i]);
     }
@@ -115,25 +132,38 @@ bool moments_plain(const T* x, int64_t n, moment_sums* out) {
         *out = r;
         return true;
     }
-    // Second pass, from cache, around the block's own mean.
+    // Second pass, from cache, around the block's own mean. Meanwhile the memory system fetches
+    // the next block, which the caller reads next.
     const double c = sum / r.w;
     const vdouble cv = splat(c);
-    vdouble a1[unroll] = {}, a2[unroll] = {}, a3[unroll] = {}, a4[unroll] = {};
-    for (int64_t i = 0; i < nv; i += step) {
-        for (int u = 0; u < unroll; ++u) {
-            const vdouble d = load_wide(x + i + u * lanes) - cv;
-            const vdouble d2 = d * d;
-            a1[u] += d;
-            a2[u] += d2;
-            if (Order >= 3) {
-                a3[u] += d2 * d;
+    vdouble t1 = {}, t2 = {}, t3 = {}, t4 = {};
+    constexpr int lines_per_step = static_cast<int>(step * sizeof(T) / 64);
+    for (int64_t base = 0; base < nv; base += chain * step) {
+        const int64_t end = chunk_end(base, chain * step, nv);
+        vdouble a1[unroll] = {}, a2[unroll] = {}, a3[unroll] = {}, a4[unroll] = {};
+        for (int64_t i = base; i < end; i += step) {
+            for (int k = 0; k < lines_per_step; ++k) {
+                __builtin_prefetch(reinterpret_cast<const char*>(x + n + i) + 64 * k, 0, 3);
             }
-            if (Order >= 4) {
-                a4[u] += d2 * d2;
+            for (int u = 0; u < unroll; ++u) {
+                const vdouble d = load_wide(x + i + u * lanes) - cv;
+                const vdouble d2 = d * d;
+                a1[u] += d;
+                a2[u] += d2;
+                if (Order >= 3) {
+                    a3[u] += d2 * d;
+                }
+                if (Order >= 4) {
+                    a4[u] += d2 * d2;
+                }
             }
         }
+        t1 += (a1[0] + a1[1]) + (a1[2] + a1[3]);
+        t2 += (a2[0] + a2[1]) + (a2[2] + a2[3]);
+        t3 += (a3[0] + a3[1]) + (a3[2] + a3[3]);
+        t4 += (a4[0] + a4[1]) + (a4[2] + a4[3]);
     }
-    double s1 = fold(a1), s2 = fold(a2), s3 = fold(a3), s4 = fold(a4);
+    double s1 = lane_sum(t1), s2 = lane_sum(t2), s3 = lane_sum(t3), s4 = lane_sum(t4);
     for (int64_t i = nv; i < n; ++i) {
         const double d = static_cast<double>(x[i]) - c;
         const double d2 = d * d;
@@ -159,13 +189,20 @@ bool moments_weighted(const T* x, const T* w, int64_t n, moment_sums* out) {
     const vdouble zero = {};
     vdouble sx = {}, sw = {}, sw2 = {};
     vmask bad = {};
-    for (int64_t i = 0; i < nv; i += lanes) {
-        const vdouble wv = load_wide(w + i);
-        const vdouble xv = load_wide(x + i);
-        bad |= ~(wv >= zero);
-        sx += (wv > zero) ? xv * wv : zero;
-        sw += wv;
-        sw2 += wv * wv;
+    for (int64_t base = 0; base < nv; base += chain * lanes) {
+        const int64_t end = chunk_end(base, chain * lanes, nv);
+        vdouble cx = {}, cw = {}, cw2 = {};
+        for (int64_t i = base; i < end; i += lanes) {
+            const vdouble wv = load_wide(w + i);
+            const vdouble xv = load_wide(x + i);
+            bad |= ~(wv >= zero);
+            cx += (wv > zero) ? xv * wv : zero;
+            cw += wv;
+            cw2 += wv * wv;
+        }
+        sx += cx;
+        sw += cw;
+        sw2 += cw2;
     }
     double sumx = lane_sum(sx), sumw = lane_sum(sw), sumw2 = lane_sum(sw2);
     bool ok = !any(bad);
@@ -195,23 +232,31 @@ bool moments_weighted(const T* x, const T* w, int64_t n, moment_sums* out) {
     }
     const double c = sumx / sumw;
     const vdouble cv = splat(c);
-    vdouble a1 = {}, a2 = {}, a3 = {}, a4 = {};
-    for (int64_t i = 0; i < nv; i += lanes) {
-        const vdouble wv = load_wide(w + i);
-        const vdouble d = (wv > zero) ? load_wide(x + i) - cv : zero;
-        const vdouble wd = wv * d;
-        const vdouble wd2 = wd * d;
-        a1 += wd;
-        a2 += wd2;
-        if (Order >= 3) {
-            const vdouble wd3 = wd2 * d;
-            a3 += wd3;
-            if (Order >= 4) {
-                a4 += wd3 * d;
+    vdouble t1 = {}, t2 = {}, t3 = {}, t4 = {};
+    for (int64_t base = 0; base < nv; base += chain * lanes) {
+        const int64_t end = chunk_end(base, chain * lanes, nv);
+        vdouble a1 = {}, a2 = {}, a3 = {}, a4 = {};
+        for (int64_t i = base; i < end; i += lanes) {
+            const vdouble wv = load_wide(w + i);
+            const vdouble d = (wv > zero) ? load_wide(x + i) - cv : zero;
+            const vdouble wd = wv * d;
+            const vdouble wd2 = wd * d;
+            a1 += wd;
+            a2 += wd2;
+            if (Order >= 3) {
+                const vdouble wd3 = wd2 * d;
+                a3 += wd3;
+                if (Order >= 4) {
+                    a4 += wd3 * d;
+                }
             }
         }
+        t1 += a1;
+        t2 += a2;
+        t3 += a3;
+        t4 += a4;
     }
-    double s1 = lane_sum(a1), s2 = lane_sum(a2), s3 = lane_sum(a3), s4 = lane_sum(a4);
+    double s1 = lane_sum(t1), s2 = lane_sum(t2), s3 = lane_sum(t3), s4 = lane_sum(t4);
     for (int64_t i = nv; i < n; ++i) {
         const double wi = static_cast<double>(w[i]);
         if (wi > 0) {

@@ -12,9 +12,9 @@
 
 namespace qnd_core {
 
-// Elements of one dimension per block of the contiguous kernels (16 KiB of doubles: the second
-// pass reads the block from the first-level cache).
-constexpr int64_t contiguous_block = 2048;
+// Bytes of one dimension per block of the contiguous kernels: the second pass reads the block from
+// the first-level cache.
+constexpr int64_t contiguous_block_bytes = 32768;
 // Bytes of a strided block (second-level cache), and the widest group of dimensions in one block.
 constexpr int64_t strided_block_bytes = 131072;
 constexpr int64_t strided_max_dims = 512;
@@ -79,6 +79,7 @@ struct moment_policy {
         if (streaming) {
             return stream(x, w, n, 1, 1, &out);
         }
+        constexpr int64_t contiguous_block = contiguous_block_bytes / sizeof(T);
         moment_cascade cascade;
         for (int64_t i = 0; i < n; i += contiguous_block) {
             const int64_t len = n - i < contiguous_block ? n - i : contiguous_block;
