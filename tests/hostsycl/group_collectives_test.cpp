@@ -19,6 +19,7 @@ class isolation_kernel;
 class copy_kernel;
 class refused_kernel;
 class broadcast_kernel;
+class mixed_collectives_kernel;
 
 struct reduce_case {
     std::size_t local;
@@ -209,6 +210,34 @@ TEST(group_broadcast, every_work_item_gets_the_chosen_value) {
         EXPECT_EQ(out[2 * i + 1], first + 50) << i;
     }
     sycl::free(out, q);
+}
+
+// Collectives back to back with no barrier between them, of growing and shrinking types:
+// every work-item must read each result before the next collective can overwrite it.
+TEST(group_collectives, back_to_back_collectives_of_different_types_keep_their_results) {
+    constexpr std::size_t local = 64, groups = 8;
+    sycl::queue q{sycl::ext::hostsycl::make_gpu_device(local)};
+    int* wrong = sycl::malloc_shared<int>(local * groups, q);
+    q.submit([&](sycl::handler& cgh) {
+         cgh.parallel_for<mixed_collectives_kernel>(
+             sycl::nd_range<1>(local * groups, local), [=](sycl::nd_item<1> it) {
+                 const auto g = it.get_group();
+                 const std::size_t l = it.get_local_id(0);
+                 const long base = static_cast<long>(it.get_group(0)) * 1000;
+                 const float a = sycl::reduce_over_group(g, 1.0f, sycl::plus<float>());
+                 const double b =
+                     sycl::reduce_over_group(g, static_cast<double>(l), sycl::maximum<double>());
+                 const char c =
+                     sycl::reduce_over_group(g, static_cast<char>(l % 3), sycl::minimum<char>());
+                 const long d = sycl::group_broadcast(g, base + static_cast<long>(l), 9);
+                 const long e = sycl::reduce_over_group(g, base, 5L, sycl::plus<long>());
+                 wrong[it.get_global_id(0)] =
+                     (a != 64.0f) + (b != 63.0) + (c != 0) + (d != base + 9) + (e != base * 64 + 5);
+             });
+     }).wait_and_throw();
+    for (std::size_t i = 0; i < local * groups; ++i)
+        EXPECT_EQ(wrong[i], 0) << i;
+    sycl::free(wrong, q);
 }
 
 struct refused_range {

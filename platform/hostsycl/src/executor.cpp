@@ -280,6 +280,9 @@ void run_group(const launch_desc& launch, std::size_t group_id, std::size_t grou
     g.scheduler_tsan = __tsan_get_current_fiber();
 #endif
     local_arena_base = ts.arena_of(launch.local_arena_bytes + launch.largest_local_bytes);
+    // Collectives of values up to 64 bytes: a result area and one slot per work-item.
+    if (ts.scratch.size() < 64 * (n + 1))
+        ts.scratch.resize(64 * (n + 1));
     item_state base{0, group_id, n, group_count, &g};
 
     // A group of one needs no fiber: its barriers have nobody to wait for.

@@ -48,8 +48,8 @@ extern __thread char* local_arena_base;
 
 // Collective support for the running group; every work-item of the group calls these.
 void group_barrier(group_state* group);
-// Scratch memory of the group for collectives, valid until the group's next barrier-free
-// collective asks for more; every work-item asks for the same size.
+// Scratch memory of the group for collectives, at least `bytes` long. The executor sizes it
+// for 64 bytes per work-item and 64 more up front, so that it does not move during a group.
 void* group_scratch(group_state* group, std::size_t bytes);
 
 // Runs an nd_range to completion on the calling thread and the worker pool.
