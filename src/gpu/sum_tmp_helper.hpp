@@ -151,15 +151,54 @@ inline void merge_planes(const Helper& h,
     }
 }
 
-// Layout of `sums`: entry (group g, dimension d, plane p) at g + d * G + p * plane_stride, where
-// G is the count of groups of the step that wrote it. Every operation below is collective: all
+// What both kinds of helper share: the steps after the first level and the weight totals.
+template <typename Derived, typename T>
+struct sum_tmp_common {
+    template <typename Local>
+    void load(const Local& values,
+              std::uint64_t d,
+              const sycl::nd_item<1>& item,
+              std::uint64_t tail,
+              std::uint64_t row_stride,
+              std::uint64_t element_stride,
+              bool first_dim) const {
+        load_planes(self(), values, d, item, tail, row_stride, element_stride, first_dim);
+    }
+
+    template <typename Local>
+    void merge(const Local& values,
+               std::uint64_t d,
+               const sycl::nd_item<1>& item,
+               std::uint64_t row_stride,
+               std::uint64_t element_stride,
+               bool first_dim) const {
+        merge_planes(self(), values, d, item, row_stride, element_stride, first_dim);
+    }
+
+    // Sum of weights and of squared weights, valid after the last step; the count when
+    // unweighted.
+    T w() const {
+        return self().has_weights ? T(self().w_sum[0]) : static_cast<T>(self().n_observations);
+    }
+    T w2() const {
+        return self().has_weights ? T(self().w2_sum[0]) : static_cast<T>(self().n_observations);
+    }
+
+  private:
+    const Derived& self() const { return static_cast<const Derived&>(*this); }
+};
+
+// Layout of `sums`: plane p starts at p * plane_stride and holds one row of n_groups entries per
+// dimension (row d at d * n_groups). The first step stores group g's entry of dimension d at
+// g + d * n_groups; each next level in its groups' own slots (merge_planes); the finishing step
+// leaves dimension d at d + p * plane_stride. Every operation below is collective: all
 // work-items of the group call it, from uniform control flow, and only local id 0 stores.
 template <typename T, bool Usm, bool UserMean>
 struct sum_tmp_helper;
 
 // Raw power sums: plane 0 holds sums of w * x, the kept higher powers follow, packed.
 template <typename T, bool Usm>
-struct sum_tmp_helper<T, Usm, false> {
+struct sum_tmp_helper<T, Usm, false> : sum_tmp_common<sum_tmp_helper<T, Usm, false>, T> {
     using value_type = T;
 
     temp_accessor<T> sums;
@@ -253,41 +292,17 @@ struct sum_tmp_helper<T, Usm, false> {
         store_weight_sums(*this, item, weight, first_dim);
     }
 
-    template <typename Local>
-    void load(const Local& values,
-              std::uint64_t d,
-              const sycl::nd_item<1>& item,
-              std::uint64_t tail,
-              std::uint64_t row_stride,
-              std::uint64_t element_stride,
-              bool first_dim) const {
-        load_planes(*this, values, d, item, tail, row_stride, element_stride, first_dim);
-    }
-
-    template <typename Local>
-    void merge(const Local& values,
-               std::uint64_t d,
-               const sycl::nd_item<1>& item,
-               std::uint64_t row_stride,
-               std::uint64_t element_stride,
-               bool first_dim) const {
-        merge_planes(*this, values, d, item, row_stride, element_stride, first_dim);
-    }
-
     // Finished sums of dimension d, valid after the last step; a power not kept reads as 0.
     T s1(std::uint64_t d) const { return sums[d]; }
     T s2(std::uint64_t d) const { return f2 ? T(sums[d + plane_p2 * plane_stride]) : T(0); }
     T s3(std::uint64_t d) const { return f3 ? T(sums[d + plane_p3 * plane_stride]) : T(0); }
     T s4(std::uint64_t d) const { return f4 ? T(sums[d + plane_p4 * plane_stride]) : T(0); }
-    // Sum of weights and of squared weights; the count when unweighted.
-    T w() const { return has_weights ? T(w_sum[0]) : static_cast<T>(n_observations); }
-    T w2() const { return has_weights ? T(w2_sum[0]) : static_cast<T>(n_observations); }
 };
 
 // Sums of powers of deviations from the caller's mean: plane 0 holds sums of (w * e) * e, the
 // kept third and fourth powers follow, packed.
 template <typename T, bool Usm>
-struct sum_tmp_helper<T, Usm, true> {
+struct sum_tmp_helper<T, Usm, true> : sum_tmp_common<sum_tmp_helper<T, Usm, true>, T> {
     using value_type = T;
 
     temp_accessor<T> sums;
@@ -373,33 +388,10 @@ struct sum_tmp_helper<T, Usm, true> {
         store_weight_sums(*this, item, weight, first_dim);
     }
 
-    template <typename Local>
-    void load(const Local& values,
-              std::uint64_t d,
-              const sycl::nd_item<1>& item,
-              std::uint64_t tail,
-              std::uint64_t row_stride,
-              std::uint64_t element_stride,
-              bool first_dim) const {
-        load_planes(*this, values, d, item, tail, row_stride, element_stride, first_dim);
-    }
-
-    template <typename Local>
-    void merge(const Local& values,
-               std::uint64_t d,
-               const sycl::nd_item<1>& item,
-               std::uint64_t row_stride,
-               std::uint64_t element_stride,
-               bool first_dim) const {
-        merge_planes(*this, values, d, item, row_stride, element_stride, first_dim);
-    }
-
     // Finished sums of powers of deviations of dimension d: order 2 always, 3 and 4 if kept.
     T q2(std::uint64_t d) const { return sums[d]; }
     T q3(std::uint64_t d) const { return f3 ? T(sums[d + plane_p3 * plane_stride]) : T(0); }
     T q4(std::uint64_t d) const { return f4 ? T(sums[d + plane_p4 * plane_stride]) : T(0); }
-    T w() const { return has_weights ? T(w_sum[0]) : static_cast<T>(n_observations); }
-    T w2() const { return has_weights ? T(w2_sum[0]) : static_cast<T>(n_observations); }
 };
 
 }  // namespace tavrel::qnd::stats::detail::gpu
