@@ -324,6 +324,40 @@ TEST(async_errors, barrier_only_some_work_items_reach_is_a_kernel_error) {
               "must reach the same barriers.");
 }
 
+// A work-item that throws ends the launch; the work-items left waiting at the barrier are
+// unwound (their destructors run) and the exception reaches the asynchronous handler.
+TEST(async_errors, exception_in_a_kernel_unwinds_the_waiting_work_items) {
+    std::vector<std::string> seen;
+    sycl::queue q{sycl::ext::hostsycl::make_gpu_device(8), [&](sycl::exception_list errors) {
+                      for (const auto& e : errors) {
+                          try {
+                              std::rethrow_exception(e);
+                          } catch (const std::exception& ex) {
+                              seen.emplace_back(ex.what());
+                          }
+                      }
+                  }};
+    auto* unwound = sycl::malloc_shared<std::atomic<int>>(1, q);
+    new (unwound) std::atomic<int>(0);
+    struct count_on_exit {
+        std::atomic<int>* counter;
+        ~count_on_exit() { ++*counter; }
+    };
+    q.submit([&](sycl::handler& cgh) {
+        cgh.parallel_for<class throwing_kernel>(sycl::nd_range<1>(8, 8), [=](sycl::nd_item<1> it) {
+            count_on_exit guard{unwound};
+            sycl::group_barrier(it.get_group());
+            if (it.get_local_id(0) == 5)
+                throw std::runtime_error("item 5 gives up");
+            sycl::group_barrier(it.get_group());
+        });
+    });
+    q.wait_and_throw();
+    EXPECT_EQ(seen, std::vector<std::string>{"item 5 gives up"});
+    EXPECT_EQ(unwound->load(), 8);  // 0-4 and 6-7 unwound at the barrier, 5 by its throw
+    sycl::free(unwound, q);
+}
+
 TEST(command_groups, a_second_action_is_refused) {
     sycl::queue q{sycl::cpu_selector_v};
     try {
