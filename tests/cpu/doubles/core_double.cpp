@@ -4,6 +4,7 @@
 #include "core_double.hpp"
 
 #include <map>
+#include <set>
 #include <mutex>
 
 using tavrel::qnd::stats::detail::cpu::ss_task;
@@ -13,6 +14,8 @@ namespace {
 std::mutex lock;
 std::vector<core_double::call> log;
 std::map<std::string, std::int32_t> statuses;
+// Tasks not yet deleted: a failing call leaves its task behind, and reset() frees it.
+std::set<ss_task*> live_tasks;
 
 std::int64_t integer(const ss_task& task, const void* at);
 
@@ -72,6 +75,10 @@ std::int32_t new_task(const char* entry,
     task->weights = weights;
     task->indices = indices;
     *handle = task;
+    {
+        std::lock_guard<std::mutex> guard(lock);
+        live_tasks.insert(task);
+    }
     core_double::call c;
     c.entry = entry;
     c.task = *task;
@@ -193,6 +200,9 @@ void reset() {
     std::lock_guard<std::mutex> guard(lock);
     log.clear();
     statuses.clear();
+    for (ss_task* task : live_tasks)
+        delete task;
+    live_tasks.clear();
 }
 
 void set_status(const std::string& entry, std::int32_t status) {
@@ -277,6 +287,10 @@ CORE_DOUBLE_EXPORT std::int32_t __rtkSSDeleteTask(ss_task** task) {
     c.entry = "__rtkSSDeleteTask";
     c.task = **task;
     const std::int32_t status = record(c);
+    {
+        std::lock_guard<std::mutex> guard(lock);
+        live_tasks.erase(*task);
+    }
     delete *task;
     *task = nullptr;
     return status;

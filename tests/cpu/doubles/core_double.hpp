@@ -32,6 +32,7 @@ struct call {
 
 // Everything since the last reset, in order.
 std::vector<call> calls();
+// Forgets the calls and statuses and frees the tasks that were never deleted.
 void reset();
 
 // From now on, `entry` returns `status` (0 restores success).
