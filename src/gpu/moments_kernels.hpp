@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstdint>
+#include <type_traits>
 
 #include <sycl/sycl.hpp>
 
@@ -22,11 +23,12 @@ class basic_kernel_next_step;
 // Stands in for the functor in a launch that finishes nothing.
 struct no_finisher {};
 
-// The weight of observation i under the rule of effective_weight; 1 when unweighted.
+// The weight of observation i under the rule of effective_weight; 1 when unweighted, without
+// reading the absent array.
 template <typename Data>
 inline auto read_weight(const Data& data, std::uint64_t i) {
     using T = std::remove_cv_t<std::remove_reference_t<decltype(data.weights[0])>>;
-    return data.has_weights ? effective_weight<T>(data.has_weights, data.weights[i]) : T(1);
+    return data.has_weights ? effective_weight<T>(data.weights[i]) : T(1);
 }
 
 // Stages row d of row-major data (local_size contiguous values) into the local array with one

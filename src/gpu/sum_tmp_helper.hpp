@@ -46,10 +46,11 @@ using mean_input =
                        const T*,
                        sycl::accessor<T, 1, sycl::access_mode::read, sycl::target::device>>;
 
-// Weight of one observation: its value when positive, 1 otherwise (zero, negative and NaN alike).
+// Weight of one observation: its value when positive, 1 otherwise (zero, negative and NaN alike,
+// so none is dropped).
 template <typename T>
-inline T effective_weight(std::uint8_t has_weights, T read) {
-    return (has_weights && read > T(0)) ? read : T(1);
+inline T effective_weight(T read) {
+    return read > T(0) ? read : T(1);
 }
 
 // A work-item of the last group past the step's tail has no element. tail 0 wraps around, so a
