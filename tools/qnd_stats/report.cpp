@@ -1,0 +1,158 @@
+// Formatting of the results as a table, CSV or JSON.
+#include "report.hpp"
+
+#include <algorithm>
+#include <cmath>
+#include <cstdio>
+
+namespace qnd_stats {
+
+namespace {
+
+std::string number(double v, int digits) {
+    if (std::isnan(v))
+        return "nan";
+    if (std::isinf(v))
+        return v > 0 ? "inf" : "-inf";
+    char buf[64];
+    std::snprintf(buf, sizeof buf, "%.*g", digits, v);
+    return buf;
+}
+
+std::string csv_field(const std::string& s) {
+    if (s.find_first_of(",\"\n\r") == std::string::npos)
+        return s;
+    std::string q = "\"";
+    for (char c : s) {
+        q += c;
+        if (c == '"')
+            q += '"';
+    }
+    return q + "\"";
+}
+
+std::string json_string(const std::string& s) {
+    std::string q = "\"";
+    for (char c : s) {
+        const auto u = static_cast<unsigned char>(c);
+        if (c == '"' || c == '\\') {
+            q += '\\';
+            q += c;
+        } else if (u < 0x20) {
+            char buf[8];
+            std::snprintf(buf, sizeof buf, "\\u%04x", u);
+            q += buf;
+        } else {
+            q += c;
+        }
+    }
+    return q + "\"";
+}
+
+std::string json_number(double v, int digits) {
+    return std::isfinite(v) ? number(v, digits) : "null";
+}
+
+std::vector<std::size_t> kept_dims(const stats_job& job) {
+    std::vector<std::size_t> dims;
+    for (std::int64_t d = 0; d < job.data.n_dims; ++d)
+        if (kept(job, d))
+            dims.push_back(static_cast<std::size_t>(d));
+    return dims;
+}
+
+std::string table(const report_context& c,
+                  const stats_job& job,
+                  const std::vector<quantity>& results) {
+    const std::vector<std::size_t> dims = kept_dims(job);
+    // Quantities are rows, dimensions columns: a few dimensions read best side by side.
+    std::vector<std::vector<std::string>> cells;
+    cells.push_back({""});
+    for (std::size_t d : dims)
+        cells[0].push_back(job.names[d]);
+    for (const quantity& q : results) {
+        cells.push_back({q.name});
+        for (std::size_t d : dims)
+            cells.back().push_back(number(q.values[d], 7));
+    }
+    std::vector<std::size_t> width(dims.size() + 1, 0);
+    for (const auto& row : cells)
+        for (std::size_t k = 0; k < row.size(); ++k)
+            width[k] = std::max(width[k], row[k].size());
+
+    const std::size_t n = static_cast<std::size_t>(job.data.n_observations);
+    std::string s =
+        c.file + ": " + std::to_string(n) + (n == 1 ? " observation" : " observations") + ", " +
+        std::to_string(dims.size()) + (dims.size() == 1 ? " dimension" : " dimensions") +
+        (job.weights.empty() ? "" : ", weighted") +
+        (job.user_mean.empty() ? "" : ", around the given mean") + "; " +
+        (c.use_float ? "float" : "double") + " on " + c.device + "\n";
+    for (const auto& row : cells) {
+        std::string line = row[0] + std::string(width[0] - row[0].size(), ' ');
+        for (std::size_t k = 1; k < row.size(); ++k)
+            line += "  " + std::string(width[k] - row[k].size(), ' ') + row[k];
+        s += line + "\n";
+    }
+    return s;
+}
+
+std::string csv(const report_context& c,
+                const stats_job& job,
+                const std::vector<quantity>& results) {
+    const int digits = c.use_float ? 9 : 17;
+    std::string s = "dimension";
+    for (const quantity& q : results)
+        s += "," + q.name;
+    s += "\n";
+    for (std::size_t d : kept_dims(job)) {
+        s += csv_field(job.names[d]);
+        for (const quantity& q : results)
+            s += "," + number(q.values[d], digits);
+        s += "\n";
+    }
+    return s;
+}
+
+std::string json(const report_context& c,
+                 const stats_job& job,
+                 const std::vector<quantity>& results) {
+    const int digits = c.use_float ? 9 : 17;
+    std::string s = "{\n";
+    s += "  \"file\": " + json_string(c.file) + ",\n";
+    s += "  \"device\": " + json_string(c.device) + ",\n";
+    s += "  \"type\": \"" + std::string(c.use_float ? "float" : "double") + "\",\n";
+    s += "  \"observations\": " + std::to_string(job.data.n_observations) + ",\n";
+    s += "  \"weighted\": " + std::string(job.weights.empty() ? "false" : "true") + ",\n";
+    s += "  \"dimensions\": [";
+    const std::vector<std::size_t> dims = kept_dims(job);
+    for (std::size_t k = 0; k < dims.size(); ++k) {
+        const std::size_t d = dims[k];
+        s += k ? ",\n    {" : "\n    {";
+        s += "\"name\": " + json_string(job.names[d]);
+        if (!job.user_mean.empty())
+            s += ", \"given_mean\": " + json_number(job.user_mean[d], digits);
+        for (const quantity& q : results)
+            s += ", " + json_string(q.name) + ": " + json_number(q.values[d], digits);
+        s += "}";
+    }
+    s += dims.empty() ? "]\n}\n" : "\n  ]\n}\n";
+    return s;
+}
+
+}  // namespace
+
+std::string format_report(const report_context& context,
+                          const stats_job& job,
+                          const std::vector<quantity>& results,
+                          output_format format) {
+    switch (format) {
+        case output_format::csv:
+            return csv(context, job, results);
+        case output_format::json:
+            return json(context, job, results);
+        default:
+            return table(context, job, results);
+    }
+}
+
+}  // namespace qnd_stats
