@@ -3,13 +3,17 @@
 // memory, in the same run, and reported as the ratio of the two; plus the end-to-end latency of
 // a small mean.
 //
-// QND_CPU_BENCH_SHORT=1 divides the observation counts by 20, for a quick run in CI.
+// Counters: core_us and public_us, the medians of paired samples; added_us, their difference;
+// public_over_core, their ratio. QND_CPU_BENCH_SHORT=1 divides the observation counts by 20, for
+// a quick run in CI.
 #include <benchmark/benchmark.h>
 #include <dlfcn.h>
 
 #include <cstdio>
 #include <cstdlib>
-#include <map>
+#include <algorithm>
+#include <chrono>
+#include <memory>
 #include <random>
 #include <string>
 #include <vector>
@@ -146,19 +150,41 @@ void public_cpu(workload& w, estimate e, st::layout layout) {
         run(std::integral_constant<st::layout, st::col_major>{});
 }
 
-std::map<std::string, double> seconds_of;  // real time per iteration, by benchmark name
+double median(std::vector<double> samples) {
+    std::sort(samples.begin(), samples.end());
+    const std::size_t n = samples.size();
+    return n % 2 == 1 ? samples[n / 2] : 0.5 * (samples[n / 2 - 1] + samples[n / 2]);
+}
 
-// Keeps each run's time, to print the ratios at the end.
-class ratio_reporter : public benchmark::ConsoleReporter {
-  public:
-    void ReportRuns(const std::vector<Run>& runs) override {
-        for (const Run& run : runs)
-            if (run.run_type == Run::RT_Iteration && !run.error_occurred)
-                seconds_of[run.run_name.function_name] =
-                    run.GetAdjustedRealTime() / benchmark::GetTimeUnitMultiplier(run.time_unit);
-        ConsoleReporter::ReportRuns(runs);
+double seconds_since(std::chrono::steady_clock::time_point start) {
+    return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+}
+
+// One iteration runs both paths back to back, in alternating order, so that both see the same
+// state of a shared machine; the figures are the medians of the paired samples.
+void paired(benchmark::State& state, workload& w, estimate e, st::layout layout) {
+    std::vector<double> core_s, public_s;
+    bool core_first = true;
+    for (auto _ : state) {
+        for (int k = 0; k < 2; ++k) {
+            const auto start = std::chrono::steady_clock::now();
+            if (core_first == (k == 0)) {
+                core_direct(w, e, layout);
+                core_s.push_back(seconds_since(start));
+            } else {
+                public_cpu(w, e, layout);
+                public_s.push_back(seconds_since(start));
+            }
+        }
+        core_first = !core_first;
     }
-};
+    const double core_median = median(core_s), public_median = median(public_s);
+    state.counters["core_us"] = core_median * 1e6;
+    state.counters["public_us"] = public_median * 1e6;
+    state.counters["added_us"] = (public_median - core_median) * 1e6;
+    state.counters["public_over_core"] = public_median / core_median;
+    state.SetBytesProcessed(state.iterations() * 2 * w.n_dims * w.n_observations * 8);
+}
 
 std::string size_label(std::int64_t dims, std::int64_t observations) {
     return std::to_string(dims) + "x" + std::to_string(observations);
@@ -171,64 +197,33 @@ int main(int argc, char** argv) {
     const std::int64_t large = short_run ? 50000 : 1000000;
     benchmark::Initialize(&argc, argv);
 
-    struct pair_names {
-        std::string label, core, path;
-    };
-    std::vector<pair_names> pairs;
-    static std::vector<std::unique_ptr<workload>> workloads;
+    std::vector<std::unique_ptr<workload>> workloads;
     workloads.push_back(std::make_unique<workload>(16, large));
     workloads.push_back(std::make_unique<workload>(1, 1000));
-    const struct {
+    struct bench_case {
         workload* w;
         estimate e;
         const char* e_name;
         st::layout layout;
         const char* layout_name;
-    } cases[] = {
+    };
+    const bench_case cases[] = {
         {workloads[0].get(), estimate::mean, "mean", st::row_major, "row_major"},
         {workloads[0].get(), estimate::mean, "mean", st::col_major, "col_major"},
         {workloads[0].get(), estimate::kurtosis, "kurtosis", st::row_major, "row_major"},
         {workloads[0].get(), estimate::kurtosis, "kurtosis", st::col_major, "col_major"},
+        // The latency of the path: a call whose work is next to nothing.
         {workloads[1].get(), estimate::mean, "mean", st::row_major, "row_major"},
     };
-    for (const auto& c : cases) {
-        const std::string label = std::string(c.e_name) + "/" + c.layout_name + "/" +
-                                  size_label(c.w->n_dims, c.w->n_observations);
-        const std::string core_name = "core_direct/" + label;
-        const std::string path_name = "public_cpu_queue/" + label;
+    for (const bench_case& c : cases) {
+        const std::string name = std::string("core_vs_public_cpu_queue/") + c.e_name + "/" +
+                                 c.layout_name + "/" + size_label(c.w->n_dims, c.w->n_observations);
         benchmark::RegisterBenchmark(
-            core_name.c_str(),
-            [c](benchmark::State& state) {
-                for (auto _ : state)
-                    core_direct(*c.w, c.e, c.layout);
-                state.SetBytesProcessed(state.iterations() * c.w->n_dims * c.w->n_observations * 8);
-            })
+            name.c_str(), [c](benchmark::State& state) { paired(state, *c.w, c.e, c.layout); })
             ->UseRealTime()
             ->Unit(benchmark::kMicrosecond);
-        benchmark::RegisterBenchmark(
-            path_name.c_str(),
-            [c](benchmark::State& state) {
-                for (auto _ : state)
-                    public_cpu(*c.w, c.e, c.layout);
-                state.SetBytesProcessed(state.iterations() * c.w->n_dims * c.w->n_observations * 8);
-            })
-            ->UseRealTime()
-            ->Unit(benchmark::kMicrosecond);
-        pairs.push_back({label, core_name, path_name});
     }
-
-    ratio_reporter reporter;
-    benchmark::RunSpecifiedBenchmarks(&reporter);
-    std::printf("\nThe host-task path against the core library alone (same run):\n");
-    for (const pair_names& p : pairs) {
-        if (!seconds_of.count(p.core) || !seconds_of.count(p.path))
-            continue;
-        const double core_s = seconds_of[p.core], path_s = seconds_of[p.path];
-        std::printf("  %-36s core %10.1f us  public %10.1f us  ratio %.3f (%+.1f%%, %+.1f us)\n",
-                    p.label.c_str(), core_s * 1e6, path_s * 1e6, path_s / core_s,
-                    (path_s / core_s - 1.0) * 100.0, (path_s - core_s) * 1e6);
-    }
-    workloads.clear();
+    benchmark::RunSpecifiedBenchmarks();
     benchmark::Shutdown();
     return 0;
 }
