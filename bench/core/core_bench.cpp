@@ -1,7 +1,7 @@
 // Throughput of the core statistics component against the machine's read bandwidth, measured in
 // the same run as a plain parallel sum over the same bytes, and against a straightforward
 // two-pass loop. Every figure is reported as the counter `of_read_bw`: the component's rate over
-// the plain sum's rate (both medians of their iterations).
+// the plain sum's rate, both timed in alternation (medians of their iterations).
 //
 // QND_CORE_BENCH_SHORT=1 divides every size by 20, for a quick run in CI.
 #include <benchmark/benchmark.h>
@@ -190,36 +190,23 @@ double run_plain_sum(const case_data& cd) {
     return cd.c->is_float ? plain_sum(cd.f.data(), total) : plain_sum(cd.d.data(), total);
 }
 
-// Read bandwidth of a case in bytes per second: median of repeated plain sums.
-double read_bandwidth(const case_data& cd) {
-    static std::map<const data_case*, double> cache;
-    auto it = cache.find(cd.c);
-    if (it != cache.end()) {
-        return it->second;
-    }
-    std::vector<double> seconds;
-    for (int i = 0; i < 15; ++i) {
-        const auto t0 = clock_type::now();
-        benchmark::DoNotOptimize(run_plain_sum(cd));
-        seconds.push_back(std::chrono::duration<double>(clock_type::now() - t0).count());
-    }
-    const double bw = cd.bytes() / median(seconds);
-    cache[cd.c] = bw;
-    return bw;
-}
-
-// Times the loop of a benchmark and reports its rate as a fraction of the read bandwidth.
+// Times the work of a benchmark and, in alternation with it, the plain parallel sum over the same
+// bytes, so that both see the same state of the machine; reports the work's rate as a fraction
+// of the plain sum's (medians of the iterations).
 template <class F>
 void measure(benchmark::State& state, const case_data& cd, F&& work) {
-    const double bw = read_bandwidth(cd);
-    std::vector<double> seconds;
+    std::vector<double> plain, timed;
     for (auto _ : state) {
-        const auto t0 = clock_type::now();
+        auto t0 = clock_type::now();
+        benchmark::DoNotOptimize(run_plain_sum(cd));
+        auto t1 = clock_type::now();
         work();
-        seconds.push_back(std::chrono::duration<double>(clock_type::now() - t0).count());
+        auto t2 = clock_type::now();
+        plain.push_back(std::chrono::duration<double>(t1 - t0).count());
+        timed.push_back(std::chrono::duration<double>(t2 - t1).count());
     }
-    const double rate = cd.bytes() / median(seconds);
-    state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * cd.bytes()));
+    const double bw = cd.bytes() / median(plain);
+    const double rate = cd.bytes() / median(timed);
     state.counters["of_read_bw"] = rate / bw;
     state.counters["GBps"] = rate / 1e9;
     state.counters["read_bw_GBps"] = bw / 1e9;

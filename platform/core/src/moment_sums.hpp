@@ -37,7 +37,9 @@ inline void shift_centre(moment_sums& s, double c_new, int order) {
 }
 
 // Adds b into a. The merged centre is the merged mean rounded to a double; both sides move to it
-// exactly (shift_centre) and their sums add. An empty side changes nothing.
+// exactly (shift_centre) and their sums add. An empty side changes nothing. This is the pairwise
+// update of weighted central sums (Chan, Golub and LeVeque; Pebay for orders 3 and 4) written as
+// two shifts to a common centre; tests MergeStability.DriftingData and LargeOffset pin it.
 inline void merge(moment_sums& a, moment_sums b, int order) {
     // Order 1 keeps every centre at 0: d1 is then the plain weighted sum, and sums just add.
     if (order == 1 && a.c == 0 && b.c == 0) {
@@ -87,7 +89,8 @@ inline void consume_one(moment_sums& s, double x, double w) {
 
 // Central sums around the true mean c + d1 / w: the shift by t = d1 / w written out, with
 // d1 = t w folded in (so the last terms are 2 t^2 d1 and -3 t^3 d1). t is small, as c is a
-// rounded mean of the same data.
+// rounded mean of the same data; this is where the rounding of the centre is paid back
+// (LargeOffset.TenMillionDoublesNearOneE8 fails without the d1 terms).
 struct central_sums {
     double mean, c2, c3, c4;
 };
