@@ -44,7 +44,7 @@ TEST(command_order, accessors_order_kernels_across_two_queues) {
         sycl::buffer<int, 1> a{sycl::range<1>(n)};
         sycl::buffer<int, 1> b(result.data(), sycl::range<1>(n));
         first.submit([&](sycl::handler& cgh) {
-            sycl::accessor out(a, cgh, sycl::write_only);
+            sycl::accessor out(a, cgh, sycl::write_only, sycl::no_init);
             cgh.parallel_for<slow_writer>(sycl::nd_range<1>(n, 64), [=](sycl::nd_item<1> it) {
                 slow_fill(out, it.get_global_id(0));
             });

@@ -114,6 +114,12 @@ template <typename T, typename A>
 accessor(buffer<T, 1, A>&, handler&) -> accessor<T, 1, access_mode::read_write, target::device>;
 template <typename T, typename A, access_mode M>
 accessor(buffer<T, 1, A>&, handler&, mode_tag_t<M>) -> accessor<T, 1, M, target::device>;
+template <typename T, typename A, access_mode M>
+accessor(buffer<T, 1, A>&, mode_tag_t<M>, const property_list&)
+    -> accessor<T, 1, M, target::device>;
+template <typename T, typename A, access_mode M>
+accessor(buffer<T, 1, A>&, handler&, mode_tag_t<M>, const property_list&)
+    -> accessor<T, 1, M, target::device>;
 
 template <typename T, int D, typename A>
 template <access_mode Mode, target Tgt>
