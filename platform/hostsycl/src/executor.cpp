@@ -77,7 +77,13 @@ struct pooled_stack {
         *handed_out = s;
         return s;
     }
-    void deallocate(ctx::stack_context& s) noexcept { pool->free.push_back(s); }
+    void deallocate(ctx::stack_context& s) noexcept {
+        try {
+            pool->free.push_back(s);
+        } catch (...) {
+            ctx::protected_fixedsize_stack(stack_bytes).deallocate(s);
+        }
+    }
 };
 
 struct work_item {
