@@ -69,9 +69,10 @@ void check_offset_data(const std::vector<T>& rows, int64_t dims, int64_t n, int6
 TEST(LargeOffset, TenMillionDoublesNearOneE8) {
     const int64_t n = 10000000;
     const std::vector<double> x = offset_normal<double>(n, 1e8, 42);
-    // One dimension of ten million, and the same numbers as four dimensions.
+    // One dimension of ten million, and the same numbers as four and as sixteen dimensions.
     check_offset_data(x, 1, n, QND_SS_METHOD_FAST);
     check_offset_data(x, 4, n / 4, QND_SS_METHOD_FAST);
+    check_offset_data(x, 16, n / 16, QND_SS_METHOD_FAST);
 }
 
 TEST(LargeOffset, OneMillionFloatsNearOneE4) {
@@ -79,6 +80,7 @@ TEST(LargeOffset, OneMillionFloatsNearOneE4) {
     const std::vector<float> x = offset_normal<float>(n, 1e4, 7);
     check_offset_data(x, 1, n, QND_SS_METHOD_FAST);
     check_offset_data(x, 4, n / 4, QND_SS_METHOD_FAST);
+    check_offset_data(x, 16, n / 16, QND_SS_METHOD_FAST);
 }
 
 TEST(LargeOffset, StreamingMethodHoldsTheSameBound) {

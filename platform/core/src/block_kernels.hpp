@@ -456,16 +456,24 @@ template <int Order, int G, class T>
 void moments_rows(
     const T* x, const T* w, int64_t rows, int64_t ld, double sumw, double sumw2, moment_sums* out) {
     vdouble s[2][G] = {};
-    for (int64_t r = 0; r < rows; r += 2) {
-        for (int u = 0; u < 2 && r + u < rows; ++u) {
-            const double wr = w == nullptr ? 1.0 : static_cast<double>(w[r + u]);
-            if (w != nullptr && !(wr > 0)) {
-                continue;
+    for (int64_t base = 0; base < rows; base += 2 * chain) {
+        const int64_t end = chunk_end(base, 2 * chain, rows);
+        vdouble c[2][G] = {};
+        for (int64_t r = base; r < end; r += 2) {
+            for (int u = 0; u < 2 && r + u < end; ++u) {
+                const double wr = w == nullptr ? 1.0 : static_cast<double>(w[r + u]);
+                if (w != nullptr && !(wr > 0)) {
+                    continue;
+                }
+                for (int g = 0; g < G; ++g) {
+                    const vdouble v = load_wide(x + (r + u) * ld + g * lanes);
+                    c[u][g] += w == nullptr ? v : v * wr;
+                }
             }
-            for (int g = 0; g < G; ++g) {
-                const vdouble v = load_wide(x + (r + u) * ld + g * lanes);
-                s[u][g] += w == nullptr ? v : v * wr;
-            }
+        }
+        for (int g = 0; g < G; ++g) {
+            s[0][g] += c[0][g];
+            s[1][g] += c[1][g];
         }
     }
     vdouble cv[G];
@@ -486,24 +494,34 @@ void moments_rows(
         return;
     }
     vdouble a1[G] = {}, a2[G] = {}, a3[G] = {}, a4[G] = {};
-    for (int64_t r = 0; r < rows; ++r) {
-        const double wr = w == nullptr ? 1.0 : static_cast<double>(w[r]);
-        if (w != nullptr && !(wr > 0)) {
-            continue;
-        }
-        for (int g = 0; g < G; ++g) {
-            const vdouble d = load_wide(x + r * ld + g * lanes) - cv[g];
-            const vdouble wd = w == nullptr ? d : d * wr;
-            const vdouble wd2 = wd * d;
-            a1[g] += wd;
-            a2[g] += wd2;
-            if (Order >= 3) {
-                const vdouble wd3 = wd2 * d;
-                a3[g] += wd3;
-                if (Order >= 4) {
-                    a4[g] += wd3 * d;
+    for (int64_t base = 0; base < rows; base += chain) {
+        const int64_t end = chunk_end(base, chain, rows);
+        vdouble b1[G] = {}, b2[G] = {}, b3[G] = {}, b4[G] = {};
+        for (int64_t r = base; r < end; ++r) {
+            const double wr = w == nullptr ? 1.0 : static_cast<double>(w[r]);
+            if (w != nullptr && !(wr > 0)) {
+                continue;
+            }
+            for (int g = 0; g < G; ++g) {
+                const vdouble d = load_wide(x + r * ld + g * lanes) - cv[g];
+                const vdouble wd = w == nullptr ? d : d * wr;
+                const vdouble wd2 = wd * d;
+                b1[g] += wd;
+                b2[g] += wd2;
+                if (Order >= 3) {
+                    const vdouble wd3 = wd2 * d;
+                    b3[g] += wd3;
+                    if (Order >= 4) {
+                        b4[g] += wd3 * d;
+                    }
                 }
             }
+        }
+        for (int g = 0; g < G; ++g) {
+            a1[g] += b1[g];
+            a2[g] += b2[g];
+            a3[g] += b3[g];
+            a4[g] += b4[g];
         }
     }
     for (int g = 0; g < G; ++g) {
