@@ -36,16 +36,12 @@ void max(sycl::queue& queue, const dataset<L, sycl::buffer<T, 1>>& data, sycl::b
         detail::gpu::max_func_fast<T, false>{detail::gpu::extreme_output<T, false>(max)});
 }
 
-// GCC gives an explicit instantiation the visibility of the template's definition, which is
-// hidden here; the exported forms say so themselves.
-#define QND_EXTREMES_EXPORT __attribute__((visibility("default")))
-#define QND_MAX(M, T, L)                                                                           \
-    template QND_EXTREMES_EXPORT sycl::event max<M, T, L>(sycl::queue&, const dataset<L, T*>&, T*, \
-                                                          const std::vector<sycl::event>&);        \
-    template QND_EXTREMES_EXPORT void max<M, T, L>(                                                \
-        sycl::queue&, const dataset<L, sycl::buffer<T, 1>>&, sycl::buffer<T, 1>);
+#define QND_MAX(M, T, L)                                                            \
+    template sycl::event max<M, T, L>(sycl::queue&, const dataset<L, T*>&, T*,      \
+                                      const std::vector<sycl::event>&);             \
+    template void max<M, T, L>(sycl::queue&, const dataset<L, sycl::buffer<T, 1>>&, \
+                               sycl::buffer<T, 1>);
 QND_FOR_TYPES_AND_LAYOUTS(QND_MAX, 1)
 #undef QND_MAX
-#undef QND_EXTREMES_EXPORT
 
 }  // namespace tavrel::qnd::stats

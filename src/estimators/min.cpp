@@ -36,16 +36,12 @@ void min(sycl::queue& queue, const dataset<L, sycl::buffer<T, 1>>& data, sycl::b
         detail::gpu::min_func_fast<T, false>{detail::gpu::extreme_output<T, false>(min)});
 }
 
-// GCC gives an explicit instantiation the visibility of the template's definition, which is
-// hidden here; the exported forms say so themselves.
-#define QND_EXTREMES_EXPORT __attribute__((visibility("default")))
-#define QND_MIN(M, T, L)                                                                           \
-    template QND_EXTREMES_EXPORT sycl::event min<M, T, L>(sycl::queue&, const dataset<L, T*>&, T*, \
-                                                          const std::vector<sycl::event>&);        \
-    template QND_EXTREMES_EXPORT void min<M, T, L>(                                                \
-        sycl::queue&, const dataset<L, sycl::buffer<T, 1>>&, sycl::buffer<T, 1>);
+#define QND_MIN(M, T, L)                                                            \
+    template sycl::event min<M, T, L>(sycl::queue&, const dataset<L, T*>&, T*,      \
+                                      const std::vector<sycl::event>&);             \
+    template void min<M, T, L>(sycl::queue&, const dataset<L, sycl::buffer<T, 1>>&, \
+                               sycl::buffer<T, 1>);
 QND_FOR_TYPES_AND_LAYOUTS(QND_MIN, 1)
 #undef QND_MIN
-#undef QND_EXTREMES_EXPORT
 
 }  // namespace tavrel::qnd::stats

@@ -43,17 +43,12 @@ void min_max(sycl::queue& queue,
                                                  detail::gpu::extreme_output<T, false>(max)});
 }
 
-// GCC gives an explicit instantiation the visibility of the template's definition, which is
-// hidden here; the exported forms say so themselves.
-#define QND_EXTREMES_EXPORT __attribute__((visibility("default")))
-#define QND_MIN_MAX(M, T, L)                                                                  \
-    template QND_EXTREMES_EXPORT sycl::event min_max<M, T, L>(                                \
-        sycl::queue&, const dataset<L, T*>&, T*, T*, const std::vector<sycl::event>&);        \
-    template QND_EXTREMES_EXPORT void min_max<M, T, L>(sycl::queue&,                          \
-                                                       const dataset<L, sycl::buffer<T, 1>>&, \
-                                                       sycl::buffer<T, 1>, sycl::buffer<T, 1>);
+#define QND_MIN_MAX(M, T, L)                                                            \
+    template sycl::event min_max<M, T, L>(sycl::queue&, const dataset<L, T*>&, T*, T*,  \
+                                          const std::vector<sycl::event>&);             \
+    template void min_max<M, T, L>(sycl::queue&, const dataset<L, sycl::buffer<T, 1>>&, \
+                                   sycl::buffer<T, 1>, sycl::buffer<T, 1>);
 QND_FOR_TYPES_AND_LAYOUTS(QND_MIN_MAX, 1)
 #undef QND_MIN_MAX
-#undef QND_EXTREMES_EXPORT
 
 }  // namespace tavrel::qnd::stats
