@@ -135,7 +135,8 @@ struct group_state {
     const launch_desc* launch = nullptr;
     std::size_t group_id = 0;
     std::vector<unsigned char>* scratch = nullptr;
-    work_item* current = nullptr;       // the running fiber; null while items run as plain calls
+    stack_pool* stacks = nullptr;  // the running thread's, without a thread-local lookup per fiber
+    work_item* current = nullptr;  // the running fiber; null while items run as plain calls
     const item_state* plain = nullptr;  // the running plain call
 #ifdef HOSTSYCL_TSAN
     void* scheduler_tsan = nullptr;
@@ -208,7 +209,7 @@ void start(group_state& g, work_item& w, std::size_t local_id, const item_state&
     w.fake_stack = nullptr;
 #endif
     const launch_desc* launch = g.launch;
-    w.fiber = ctx::fiber(std::allocator_arg, pooled_stack{&this_thread_state().stacks, &w.stack},
+    w.fiber = ctx::fiber(std::allocator_arg, pooled_stack{g.stacks, &w.stack},
                          [&w, &g, launch](ctx::fiber&& scheduler) {
                              on_item(g, w);
                              w.scheduler = std::move(scheduler);
@@ -282,6 +283,7 @@ void run_group(const launch_desc& launch, std::size_t group_id, std::size_t grou
     g.launch = &launch;
     g.group_id = group_id;
     g.scratch = &ts.scratch;
+    g.stacks = &ts.stacks;
 #ifdef HOSTSYCL_TSAN
     g.scheduler_tsan = __tsan_get_current_fiber();
 #endif
