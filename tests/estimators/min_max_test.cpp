@@ -177,4 +177,37 @@ TEST(MinMaxEstimator, ThreeLaunchChainOnOneDimension) {
     EXPECT_EQ(b_hi[0], m.true_max(0));
 }
 
+// A failed dependency surfaces on the caller's thread, through the queue's asynchronous handler,
+// before anything of the call is launched or allocated.
+TEST(MinMaxEstimator, FailedDependencyThrowsBeforeAnyLaunch) {
+    struct dependency_failed {};
+    sycl::queue q{sycl::gpu_selector_v, [](sycl::exception_list errors) {
+                      for (const auto& e : errors)
+                          std::rethrow_exception(e);
+                  }};
+    auto obs = to_shared(q, std::vector<float>(600, 1.0f));
+    auto lo = to_shared(q, std::vector<float>{float(untouched)});
+    auto hi = to_shared(q, std::vector<float>{float(untouched)});
+    sycl::event failed =
+        q.submit([](sycl::handler& h) { h.host_task([] { throw dependency_failed{}; }); });
+
+    std::size_t launches = 0, device_mallocs = 0;
+    sycl::ext::hostsycl::set_launch_observer(
+        [&](const sycl::ext::hostsycl::launch_record&) { ++launches; });
+    sycl::ext::hostsycl::set_usm_observer([&](sycl::ext::hostsycl::usm_op op, void*, std::size_t) {
+        device_mallocs += op == sycl::ext::hostsycl::usm_op::malloc_device;
+    });
+    const auto call = [&] {
+        stats::min_max<1, float, row_major>(q, dataset<row_major, float*>(1, 600, obs.get()),
+                                            lo.get(), hi.get(), {failed});
+    };
+    EXPECT_THROW(call(), dependency_failed);
+    sycl::ext::hostsycl::set_launch_observer(nullptr);
+    sycl::ext::hostsycl::set_usm_observer(nullptr);
+    EXPECT_EQ(launches, 0u);
+    EXPECT_EQ(device_mallocs, 0u);
+    EXPECT_EQ(lo[0], float(untouched));
+    EXPECT_EQ(hi[0], float(untouched));
+}
+
 }  // namespace
