@@ -3,6 +3,7 @@
 // layouts, around the data's mean and a caller's, under method values 1 and 2; and the true
 // extremes.
 #include <algorithm>
+#include <cstdlib>
 #include <array>
 #include <cstdint>
 #include <limits>
@@ -326,6 +327,33 @@ TEST(cpu_results, extremes_float_rows) {
 }
 TEST(cpu_results, extremes_double_columns) {
     check_extremes<double, col_major>();
+}
+
+// With the real threading layer, the process-ending paths print the layer's own messages.
+TEST(cpu_results_death, a_missing_component_or_entry_ends_with_the_layers_messages) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    const auto call_mean = [] {
+        sycl::queue queue{sycl::cpu_selector_v};
+        float* x = sycl::malloc_shared<float>(4, queue);
+        float* out = sycl::malloc_shared<float>(1, queue);
+        run_mean<float, row_major>(queue, dataset<row_major, float*>(1, 4, x), out, {}).wait();
+        run_raw_sum<float, row_major>(queue, dataset<row_major, float*>(1, 4, x), out, nullptr,
+                                      nullptr, nullptr, {})
+            .wait();
+    };
+    const auto absent = [&] {
+        setenv("QND_CORE_LIBRARY_PATH", CPU_DOUBLES_DIR "libqnd_core_absent.so.2", 1);
+        call_mean();
+    };
+    EXPECT_EXIT(absent(), ::testing::ExitedWithCode(2),
+                "qnd fatal error: the statistics component libqnd_core.so.2 could not be loaded");
+    const auto partial = [&] {
+        setenv("QND_CORE_LIBRARY_PATH", CPU_DOUBLES_DIR "libqnd_core_partial.so.2", 1);
+        call_mean();
+    };
+    EXPECT_EXIT(
+        partial(), ::testing::ExitedWithCode(2),
+        "^qnd fatal error: the statistics component has no entry named __rtksSSEditSums\n$");
 }
 
 }  // namespace
