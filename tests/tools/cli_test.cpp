@@ -1,6 +1,7 @@
 // The qnd-stats program as a person runs it: exit statuses, one-line errors with nothing on
 // standard output, and output formats that read back to the numbers the library computed.
 #include <sys/wait.h>
+#include <unistd.h>
 
 #include <cmath>
 #include <cstdio>
@@ -31,8 +32,9 @@ std::string slurp(const std::string& path) {
     return ss.str();
 }
 
+// Tests run as parallel processes: each keeps its files apart by its process id.
 std::string temp_path(const std::string& name) {
-    return ::testing::TempDir() + name;
+    return ::testing::TempDir() + "qnd_stats_" + std::to_string(getpid()) + "_" + name;
 }
 
 std::string write_file(const std::string& name, const std::string& contents) {
@@ -42,7 +44,7 @@ std::string write_file(const std::string& name, const std::string& contents) {
 }
 
 run_result run(const std::string& args) {
-    const std::string out = temp_path("qnd_stats_out"), err = temp_path("qnd_stats_err");
+    const std::string out = temp_path("out"), err = temp_path("err");
     const std::string cmd =
         std::string("'") + QND_STATS_BIN + "' " + args + " > '" + out + "' 2> '" + err + "'";
     const int raw = std::system(cmd.c_str());
