@@ -1,6 +1,6 @@
 # Installs the build into a fresh prefix, builds one example against it with
 # find_package(QndSyclStats), runs it, and checks the pkg-config file's paths.
-# Run as: cmake -DBUILD_DIR=... -DSOURCE_DIR=... -DWORK_DIR=... -P install_test.cmake
+# Run as: cmake -DBUILD_DIR=... -DSOURCE_DIR=... -DWORK_DIR=... [-DEXAMPLE_FLAGS=...] -P install_test.cmake
 foreach(var BUILD_DIR SOURCE_DIR WORK_DIR)
     if(NOT DEFINED ${var})
         message(FATAL_ERROR "${var} is not set")
@@ -32,7 +32,8 @@ endforeach()
 
 run_step("configure the examples"
     ${CMAKE_COMMAND} -S ${SOURCE_DIR}/examples -B ${WORK_DIR}/build -G Ninja
-    -DCMAKE_BUILD_TYPE=Release -DCMAKE_PREFIX_PATH=${prefix})
+    -DCMAKE_BUILD_TYPE=Release -DCMAKE_PREFIX_PATH=${prefix}
+    "-DCMAKE_CXX_FLAGS=${EXAMPLE_FLAGS}" "-DCMAKE_EXE_LINKER_FLAGS=${EXAMPLE_FLAGS}")
 run_step("build an example"
     ${CMAKE_COMMAND} --build ${WORK_DIR}/build --target example_usm_gpu_weights_mask)
 run_step("run the example" ${WORK_DIR}/build/example_usm_gpu_weights_mask)
