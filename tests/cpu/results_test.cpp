@@ -8,6 +8,7 @@
 #include <cstdint>
 #include <limits>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -327,6 +328,44 @@ TEST(cpu_results, extremes_float_rows) {
 }
 TEST(cpu_results, extremes_double_columns) {
     check_extremes<double, col_major>();
+}
+
+// Host tasks of several queues call the core library at once, the first calls binding the
+// entries concurrently; every result is right.
+TEST(cpu_results, concurrent_calls_from_several_queues) {
+    const qnd_test::host_data<double> data = qnd_test::skewed_data<double>(3, 2000, row_major);
+    sycl::queue shared{sycl::cpu_selector_v};
+    double* x = sycl::malloc_shared<double>(data.observations.size(), shared);
+    std::copy(data.observations.begin(), data.observations.end(), x);
+    const dataset<row_major, double*> ds(3, 2000, x);
+    constexpr int n_threads = 4;
+    constexpr int n_calls = 8;
+    std::vector<std::vector<double>> got(n_threads * n_calls);
+    std::vector<std::thread> threads;
+    for (int t = 0; t < n_threads; ++t) {
+        threads.emplace_back([&, t] {
+            sycl::queue queue{sycl::cpu_selector_v};
+            double* out = sycl::malloc_shared<double>(3, queue);
+            for (int k = 0; k < n_calls; ++k) {
+                if (k % 2 == 0)
+                    run_kurtosis<double, row_major>(queue, ds, out, {});
+                else
+                    run_skewness<double, row_major>(queue, ds, out, {});
+                got[t * n_calls + k].assign(out, out + 3);
+            }
+            sycl::free(out, queue);
+        });
+    }
+    for (std::thread& thread : threads)
+        thread.join();
+    for (int c = 0; c < n_threads * n_calls; ++c)
+        for (std::int64_t d = 0; d < 3; ++d) {
+            const qnd_test::moment_reference r = qnd_test::reference_of(data, d);
+            const long double want = (c % n_calls) % 2 == 0 ? r.kurtosis() : r.skewness();
+            EXPECT_TRUE(qnd_test::close_to(got[c][d], want, cpu_tolerance<double>()))
+                << "call " << c << " dimension " << d;
+        }
+    sycl::free(x, shared);
 }
 
 // With the real threading layer, the process-ending paths print the layer's own messages.
