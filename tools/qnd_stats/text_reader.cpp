@@ -149,7 +149,7 @@ data_matrix parse_text(const std::string& path,
             if (header == header_choice::automatic) {
                 double v;
                 for (const field& f : fields)
-                    if (f.quoted || parse_number(f.text, v) != number_status::ok)
+                    if (parse_number(f.text, v) != number_status::ok)
                         is_header = true;
             }
             if (is_header) {
@@ -170,7 +170,7 @@ data_matrix parse_text(const std::string& path,
         for (std::size_t k = 0; k < fields.size(); ++k) {
             double v = 0;
             const number_status st = parse_number(fields[k].text, v);
-            if (st == number_status::ok && !fields[k].quoted) {
+            if (st == number_status::ok) {
                 m.values.push_back(v);
                 continue;
             }
