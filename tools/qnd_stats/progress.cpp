@@ -6,15 +6,14 @@
 
 namespace qnd_stats {
 
-namespace {
-// Smaller files are read before a person could see the meter.
-constexpr std::uint64_t min_bytes_to_show = 16u << 20;
-}  // namespace
-
-progress_meter::progress_meter(std::string label_, std::uint64_t total_)
+progress_meter::progress_meter(std::string label_,
+                               std::uint64_t total_,
+                               std::FILE* out_,
+                               std::uint64_t min_bytes)
     : label(std::move(label_)),
+      out(out_),
       total(total_),
-      active(total_ >= min_bytes_to_show && isatty(STDERR_FILENO) == 1) {}
+      active(total_ > 0 && total_ >= min_bytes && isatty(fileno(out_)) == 1) {}
 
 progress_meter::~progress_meter() {
     finish();
@@ -27,8 +26,8 @@ void progress_meter::update(std::uint64_t done) {
     if (percent == shown)
         return;
     shown = percent;
-    std::fprintf(stderr, "\r%s: %d%%", label.c_str(), percent);
-    std::fflush(stderr);
+    std::fprintf(out, "\r%s: %d%%", label.c_str(), percent);
+    std::fflush(out);
 }
 
 void progress_meter::finish() {
@@ -36,8 +35,8 @@ void progress_meter::finish() {
         return;
     active = false;
     // Carriage return, erase to the end of the line.
-    std::fprintf(stderr, "\r\033[K");
-    std::fflush(stderr);
+    std::fprintf(out, "\r\033[K");
+    std::fflush(out);
 }
 
 }  // namespace qnd_stats
