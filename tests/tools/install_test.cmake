@@ -1,6 +1,9 @@
 # Installs the build into a fresh prefix, builds one example against it with
 # find_package(QndSyclStats), runs it, and checks the pkg-config file's paths.
-# Run as: cmake -DBUILD_DIR=... -DSOURCE_DIR=... -DWORK_DIR=... [-DEXAMPLE_FLAGS=...] -P install_test.cmake
+# Run as: cmake -DBUILD_DIR=... -DSOURCE_DIR=... -DWORK_DIR=... [-DEXAMPLE_FLAGS=...] [-DGENERATOR=...] -P install_test.cmake
+if(NOT DEFINED GENERATOR)
+    set(GENERATOR Ninja)
+endif()
 foreach(var BUILD_DIR SOURCE_DIR WORK_DIR)
     if(NOT DEFINED ${var})
         message(FATAL_ERROR "${var} is not set")
@@ -31,7 +34,7 @@ foreach(lib libqnd_sycl_stats.so libhostsycl.so.1 libqnd_core.so.2 libqnd_pool_t
 endforeach()
 
 run_step("configure the examples"
-    ${CMAKE_COMMAND} -S ${SOURCE_DIR}/examples -B ${WORK_DIR}/build -G Ninja
+    ${CMAKE_COMMAND} -S ${SOURCE_DIR}/examples -B ${WORK_DIR}/build -G ${GENERATOR}
     -DCMAKE_BUILD_TYPE=Release -DCMAKE_PREFIX_PATH=${prefix}
     "-DCMAKE_CXX_FLAGS=${EXAMPLE_FLAGS}" "-DCMAKE_EXE_LINKER_FLAGS=${EXAMPLE_FLAGS}")
 run_step("build an example"
