@@ -94,6 +94,16 @@ TEST(qnd_stats_cli, bad_input_gives_one_line_and_a_status) {
     }
 }
 
+TEST(qnd_stats_cli, standard_input_is_read_as_text) {
+    const std::string data = write_file("in.txt", "1 10\n2 20\n3 60\n");
+    const run_result r = run("-e mean,min_max -o csv - < '" + data + "'");
+    ASSERT_EQ(r.status, 0) << r.err;
+    EXPECT_EQ(r.out, "dimension,mean,min,max\nx1,2,1,3\nx2,30,10,60\n");
+    const run_result bad = run("- < '" + write_file("bad.txt", "1 2\n3\n") + "'");
+    EXPECT_EQ(bad.status, 1);
+    EXPECT_EQ(bad.err, "qnd-stats: -, line 2: 1 field, expected 2 as on line 1\n");
+}
+
 TEST(qnd_stats_cli, help_and_version) {
     const run_result help = run("--help");
     EXPECT_EQ(help.status, 0);

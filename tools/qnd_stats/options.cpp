@@ -246,7 +246,8 @@ tool_options parse_options(int argc, const char* const* argv) {
 std::string help_text() {
     return R"(Usage: qnd-stats [options] FILE
 
-Computes summary statistics of each dimension (column) of the data in FILE.
+Computes summary statistics of each dimension (column) of the data in FILE
+(- for standard input, read as text unless --format says otherwise).
 
 Input:
   -f, --format F        auto (default), text, csv, npy or raw. auto picks npy for

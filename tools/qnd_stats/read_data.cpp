@@ -11,8 +11,16 @@
 
 namespace qnd_stats {
 
+namespace {
+int close_unless_stdin(std::FILE* f) {
+    return f == stdin ? 0 : std::fclose(f);
+}
+}  // namespace
+
 std::string read_file(const std::string& path) {
-    std::unique_ptr<std::FILE, int (*)(std::FILE*)> f(std::fopen(path.c_str(), "rb"), &std::fclose);
+    // "-" is standard input, as a pipe usually is: read to the end without a size.
+    std::unique_ptr<std::FILE, int (*)(std::FILE*)> f(
+        path == "-" ? stdin : std::fopen(path.c_str(), "rb"), &close_unless_stdin);
     if (!f)
         throw input_error(path + ": cannot open: " + std::strerror(errno));
     std::string contents;
