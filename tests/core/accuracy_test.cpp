@@ -89,13 +89,15 @@ TEST(LargeOffset, StreamingMethodHoldsTheSameBound) {
     check_offset_data(x, 2, n / 2, QND_SS_METHOD_STREAMING);
 }
 
-// Data that drift by many standard deviations along the observations: a fixed shift from the
-// first observation would lose the variance, the blockwise centres must not.
+// Data that drift (quadratically, so that they are skewed) by many standard deviations along the
+// observations: a fixed shift from the first observation would lose the variance, the blockwise
+// centres must not, in either layout.
 TEST(MergeStability, DriftingData) {
     const int64_t n = 3000000;
     std::vector<double> x = offset_normal<double>(n, 0, 11);
     for (int64_t i = 0; i < n; ++i) {
-        x[i] += 1e6 + 1e3 * static_cast<double>(i) / n;
+        const double t = static_cast<double>(i) / n;
+        x[i] += 1e6 + 1e5 * t * t;
     }
     const reference want = reference_of<double>(x.data(), nullptr, n, 1);
     for (int64_t method : {QND_SS_METHOD_FAST, QND_SS_METHOD_STREAMING}) {
@@ -103,6 +105,23 @@ TEST(MergeStability, DriftingData) {
         EXPECT_LT(relative_error(got.variance[0], want.m2()), 1e-12) << method;
         EXPECT_LT(relative_error(got.skewness[0], want.skewness()), 1e-10) << method;
         EXPECT_LT(relative_error(got.kurtosis[0], want.kurtosis()), 1e-10) << method;
+    }
+    const int64_t dims = 16, rows = n / dims;
+    std::vector<double> cols(n);
+    for (int64_t i = 0; i < rows; ++i) {
+        for (int64_t d = 0; d < dims; ++d) {
+            cols[i * dims + d] = x[d * rows + i];
+        }
+    }
+    for (const char* isa : isa_names) {
+        scoped_env env("QND_CORE_ISA", isa);
+        const shape_results got = shapes(cols, dims, rows, QND_SS_COL_MAJOR, 1, nullptr);
+        for (int64_t d = 0; d < dims; ++d) {
+            const reference r = reference_of<double>(x.data() + d * rows, nullptr, rows, 1);
+            EXPECT_LT(relative_error(got.variance[d], r.m2()), 1e-12) << isa << " " << d;
+            EXPECT_LT(relative_error(got.skewness[d], r.skewness()), 1e-10) << isa << " " << d;
+            EXPECT_LT(relative_error(got.kurtosis[d], r.kurtosis()), 1e-10) << isa << " " << d;
+        }
     }
 }
 

@@ -450,6 +450,73 @@ void moments_column_single(
     *out = m;
 }
 
+// One pass around given centres (the previous block's), unweighted: accepted, and written to out,
+// only if every dimension's mean lies within an eighth of its standard deviation of its centre,
+// where sums around the centre lose nothing to sums around the mean. Otherwise the caller makes
+// the two passes.
+template <int Order, int G, class T>
+bool moments_rows_around(
+    const T* x, int64_t rows, int64_t ld, const double* centres, moment_sums* out) {
+    vdouble cv[G];
+    for (int g = 0; g < G; ++g) {
+        for (int l = 0; l < lanes; ++l) {
+            const double c = centres[g * lanes + l];
+            if (!(c == c)) {
+                return false;
+            }
+            cv[g][l] = c;
+        }
+    }
+    vdouble a1[G] = {}, a2[G] = {}, a3[G] = {}, a4[G] = {};
+    for (int64_t base = 0; base < rows; base += chain) {
+        const int64_t end = chunk_end(base, chain, rows);
+        vdouble b1[G] = {}, b2[G] = {}, b3[G] = {}, b4[G] = {};
+        for (int64_t r = base; r < end; ++r) {
+            for (int g = 0; g < G; ++g) {
+                const vdouble d = load_wide(x + r * ld + g * lanes) - cv[g];
+                const vdouble d2 = d * d;
+                b1[g] += d;
+                b2[g] += d2;
+                if (Order >= 3) {
+                    b3[g] += d2 * d;
+                }
+                if (Order >= 4) {
+                    b4[g] += d2 * d2;
+                }
+            }
+        }
+        for (int g = 0; g < G; ++g) {
+            a1[g] += b1[g];
+            a2[g] += b2[g];
+            a3[g] += b3[g];
+            a4[g] += b4[g];
+        }
+    }
+    const double n = static_cast<double>(rows);
+    for (int g = 0; g < G; ++g) {
+        for (int l = 0; l < lanes; ++l) {
+            // (d1 / n)^2 <= (d2 / n) / 64; false for NaN.
+            if (!(64 * a1[g][l] * a1[g][l] <= a2[g][l] * n)) {
+                return false;
+            }
+        }
+    }
+    for (int g = 0; g < G; ++g) {
+        for (int l = 0; l < lanes; ++l) {
+            moment_sums m;
+            m.w = n;
+            m.w2 = n;
+            m.c = cv[g][l];
+            m.d1 = a1[g][l];
+            m.d2 = a2[g][l];
+            m.d3 = a3[g][l];
+            m.d4 = a4[g][l];
+            out[g * lanes + l] = m;
+        }
+    }
+    return true;
+}
+
 // All dimensions of a row at once, when they fill G vectors exactly (G = 2..4): every row is read
 // once per pass, with G independent sums per power, instead of once per group of lanes.
 template <int Order, int G, class T>
@@ -628,8 +695,13 @@ void moments_periodic(const T* x, int64_t rows, int64_t ld, moment_sums* out) {
 }
 
 template <int Order, class T>
-bool moments_strided_order(
-    const T* x, const T* w, int64_t rows, int64_t ld, int64_t count, moment_sums* out) {
+bool moments_strided_order(const T* x,
+                           const T* w,
+                           int64_t rows,
+                           int64_t ld,
+                           int64_t count,
+                           const double* centres,
+                           moment_sums* out) {
     double sumw = static_cast<double>(rows), sumw2 = sumw;
     if (w != nullptr && !weight_sums(w, rows, &sumw, &sumw2)) {
         return false;
@@ -640,13 +712,22 @@ bool moments_strided_order(
     }
     switch (count % lanes == 0 ? count / lanes : 0) {
         case 2:
-            moments_rows<Order, 2>(x, w, rows, ld, sumw, sumw2, out);
+            if (Order == 1 || w != nullptr || centres == nullptr ||
+                !moments_rows_around<Order, 2>(x, rows, ld, centres, out)) {
+                moments_rows<Order, 2>(x, w, rows, ld, sumw, sumw2, out);
+            }
             return true;
         case 3:
-            moments_rows<Order, 3>(x, w, rows, ld, sumw, sumw2, out);
+            if (Order == 1 || w != nullptr || centres == nullptr ||
+                !moments_rows_around<Order, 3>(x, rows, ld, centres, out)) {
+                moments_rows<Order, 3>(x, w, rows, ld, sumw, sumw2, out);
+            }
             return true;
         case 4:
-            moments_rows<Order, 4>(x, w, rows, ld, sumw, sumw2, out);
+            if (Order == 1 || w != nullptr || centres == nullptr ||
+                !moments_rows_around<Order, 4>(x, rows, ld, centres, out)) {
+                moments_rows<Order, 4>(x, w, rows, ld, sumw, sumw2, out);
+            }
             return true;
         default:
             break;
@@ -662,17 +743,23 @@ bool moments_strided_order(
 }
 
 template <class T>
-bool moments_strided(
-    const T* x, const T* w, int64_t rows, int64_t ld, int64_t count, int order, moment_sums* out) {
+bool moments_strided(const T* x,
+                     const T* w,
+                     int64_t rows,
+                     int64_t ld,
+                     int64_t count,
+                     int order,
+                     const double* centres,
+                     moment_sums* out) {
     switch (order) {
         case 1:
-            return moments_strided_order<1>(x, w, rows, ld, count, out);
+            return moments_strided_order<1>(x, w, rows, ld, count, centres, out);
         case 2:
-            return moments_strided_order<2>(x, w, rows, ld, count, out);
+            return moments_strided_order<2>(x, w, rows, ld, count, centres, out);
         case 3:
-            return moments_strided_order<3>(x, w, rows, ld, count, out);
+            return moments_strided_order<3>(x, w, rows, ld, count, centres, out);
         default:
-            return moments_strided_order<4>(x, w, rows, ld, count, out);
+            return moments_strided_order<4>(x, w, rows, ld, count, centres, out);
     }
 }
 

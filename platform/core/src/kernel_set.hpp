@@ -16,13 +16,15 @@ struct typed_kernels {
     // n contiguous values of one dimension; w is null or one weight per value.
     bool (*moments)(const T* x, const T* w, int64_t n, int order, moment_sums* out);
     // rows observations of `count` adjacent dimensions, rows apart by ld elements; w is null or
-    // one weight per row; out holds count results.
+    // one weight per row; out holds count results. centres, if not null, are candidate centres
+    // per dimension (NaN for none), used where they keep the sums as accurate as the block's mean.
     bool (*moments_strided)(const T* x,
                             const T* w,
                             int64_t rows,
                             int64_t ld,
                             int64_t count,
                             int order,
+                            const double* centres,
                             moment_sums* out);
     bool (*extremes)(const T* x, const T* w, int64_t n, extreme_sums* out);
     bool (*extremes_strided)(

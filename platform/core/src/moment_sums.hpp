@@ -55,6 +55,15 @@ inline void merge(moment_sums& a, moment_sums b, int order) {
         a = b;
         return;
     }
+    if (a.c == b.c) {
+        a.w += b.w;
+        a.w2 += b.w2;
+        a.d1 += b.d1;
+        a.d2 += b.d2;
+        a.d3 += b.d3;
+        a.d4 += b.d4;
+        return;
+    }
     const double w = a.w + b.w;
     const double c = a.c + ((a.d1 + b.d1) + b.w * (b.c - a.c)) / w;
     shift_centre(a, c, order);
