@@ -1,6 +1,7 @@
 // The extreme engine's planners called directly on emulated GPUs with tiny work-groups: the shape
 // of each launch chain, the temporaries it allocates, and its results against host references.
 #include <algorithm>
+#include <array>
 #include <cstdint>
 #include <cstring>
 #include <limits>
@@ -341,6 +342,38 @@ TEST(MinmaxPlanner, ThirtyTwoBitMaskKeepsAndSkipsByEachHalfOfAWord) {
                                 where);
             }
         }
+    }
+}
+
+// The intermediate step on its own, with one group so that its fold in place has a fixed order:
+// row d of n_items partials folds to place d * n_groups + g = d, the idle lanes of the tail add
+// nothing, and a masked dimension leaves its place as it was.
+TEST(MinmaxPlanner, IntermediateStepFoldsEachRowIntoItsPlace) {
+    sycl::queue q{hs::make_gpu_device(4)};
+    constexpr std::int64_t n_dims = 3;
+    constexpr std::uint64_t n_items = 3;  // tail 3: the fourth lane is idle
+    // Rows of partials; the value behind each row is what an idle lane would read by mistake.
+    const std::vector<double> rows = {5, -2, 7, /**/ -9, 4, 1, /**/ 8, 6, 3, /**/ -100};
+    auto mask = to_shared(q, std::vector<std::int64_t>{1, 1, 0});
+    const auto helper = gpu::make_dataset_helper(
+        dataset<row_major, double*>(n_dims, 12, nullptr, nullptr, mask.get()));
+
+    auto lo = to_shared(q, rows);
+    auto hi = to_shared(q, rows);
+    std::array<double*, 2> tmp = {lo.get(), hi.get()};
+    const gpu::min_max_func_fast<double, true> functor{{nullptr}, {nullptr}};
+    gpu::minmax_next_step<false>(q, helper, functor, tmp, 1, 4, n_items, n_items % 4).wait();
+
+    EXPECT_EQ(lo[0], -2.0);
+    EXPECT_EQ(lo[1], -9.0);
+    EXPECT_EQ(lo[2], rows[2]);  // dimension 2 is masked: its place keeps the old partial
+    EXPECT_EQ(hi[0], 7.0);
+    EXPECT_EQ(hi[1], 4.0);
+    EXPECT_EQ(hi[2], rows[2]);
+    // Places past the folded rows are not written.
+    for (std::size_t i = n_dims; i < rows.size(); ++i) {
+        EXPECT_EQ(lo[i], rows[i]) << i;
+        EXPECT_EQ(hi[i], rows[i]) << i;
     }
 }
 
