@@ -32,14 +32,21 @@ sycl::event minmax_fold(sycl::queue& queue,
                         std::uint64_t group_size,
                         std::uint64_t n_items,
                         Wait wait) {
+    // Rows keep the first step's stride; each level's partials stand group_size times further
+    // apart than the last's.
+    const std::uint64_t row_stride = n_items;
+    std::uint64_t element_stride = 1;
     for (std::uint64_t next = minmax_groups(n_items, group_size); next >= 2;
          next = minmax_groups(n_items, group_size)) {
         const std::uint64_t tail = n_items % group_size;
-        wait(minmax_next_step<false>(queue, data, functor, tmp, next, group_size, n_items, tail));
+        wait(minmax_next_step<false>(queue, data, functor, tmp, next, group_size, row_stride,
+                                     element_stride, tail));
+        element_stride *= group_size;
         n_items = next;
     }
     const std::uint64_t local_size = std::min(n_items, group_size);
-    sycl::event last = minmax_next_step<true>(queue, data, functor, tmp, 1, local_size, n_items, 0);
+    sycl::event last = minmax_next_step<true>(queue, data, functor, tmp, 1, local_size, row_stride,
+                                              element_stride, 0);
     wait(last);
     return last;
 }

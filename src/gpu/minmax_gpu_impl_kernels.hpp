@@ -129,10 +129,12 @@ struct minmax_kernel_first_step {
     }
 };
 
-// Folds rows of n_items partials per dimension by a factor of the group size, in place. With
-// Last the single group hands each result to the functor; otherwise local id 0 of group g
-// writes d * n_groups + g of the array it reads. RowLayout only names the kernel: partials have
-// one layout of their own.
+// Folds rows of partials per dimension by a factor of the group size, in place. Row d starts at
+// d * row_stride and its elements stand element_stride apart. With Last the single group hands
+// each result to the functor; otherwise local id 0 of group g stores into the first element that
+// group g has itself read, so no group overwrites a partial that another group has yet to read,
+// whatever order the groups run in and however far one is ahead of another across dimensions.
+// RowLayout only names the kernel: partials have one layout of their own.
 template <typename F, bool RowLayout, bool Last, bool Idx64>
 struct minmax_kernel_next_step {
     using T = typename F::value_type;
@@ -142,7 +144,8 @@ struct minmax_kernel_next_step {
     std::uint64_t tail;
     F functor;
     std::uint64_t group_size;
-    std::uint64_t n_items;
+    std::uint64_t row_stride;
+    std::uint64_t element_stride;
     minmax_tmps<F> tmp;
 
     void operator()(sycl::nd_item<1> item) const {
@@ -153,8 +156,8 @@ struct minmax_kernel_next_step {
         for (std::uint64_t d = 0; d < n_dims; ++d) {
             if (!data.keeps(d))
                 continue;
-            const std::uint64_t from = d * n_items + g * group_size + l;
-            const std::uint64_t to = d * n_groups + g;
+            const std::uint64_t to = d * row_stride + g * group_size * element_stride;
+            const std::uint64_t from = to + l * element_stride;
             if constexpr (F::has_min) {
                 const T result =
                     group_min(item, functor.min, idle ? minmax_seeds<T>::min_seed : tmp[0][from]);

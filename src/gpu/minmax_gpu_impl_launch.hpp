@@ -70,8 +70,8 @@ sycl::event minmax_first_step(sycl::queue& queue,
     });
 }
 
-// n_groups work-groups of local_size over rows of n_items partials. With Last, one group whose
-// local_size equals n_items writes the user's result.
+// n_groups work-groups of local_size over rows of partials, row d at d * row_stride with its
+// elements element_stride apart. With Last, one group writes the user's result.
 template <bool Last,
           typename F,
           typename T,
@@ -86,7 +86,8 @@ sycl::event minmax_next_step(sycl::queue& queue,
                              std::array<Storage, N>& tmp,
                              std::uint64_t n_groups,
                              std::uint64_t local_size,
-                             std::uint64_t n_items,
+                             std::uint64_t row_stride,
+                             std::uint64_t element_stride,
                              std::uint64_t tail) {
     using kernel = minmax_kernel_next_step<F, L == row_major, Last, Idx64>;
     const sycl::nd_range<1> range{sycl::range<1>(n_groups * local_size),
@@ -96,8 +97,8 @@ sycl::event minmax_next_step(sycl::queue& queue,
         data.require(cgh);
         F bound = functor;
         bound.bind(cgh, local_size);
-        cgh.parallel_for<kernel>(range, kernel{data, n_groups, tail, bound, local_size, n_items,
-                                               bind_tmps<F>(cgh, tmp)});
+        cgh.parallel_for<kernel>(range, kernel{data, n_groups, tail, bound, local_size, row_stride,
+                                               element_stride, bind_tmps<F>(cgh, tmp)});
     });
 }
 

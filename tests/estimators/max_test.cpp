@@ -45,10 +45,19 @@ using combos = ::testing::Types<combo<float, row_major>,
                                 combo<double, row_major>,
                                 combo<double, col_major>>;
 
-// Counts of a single launch (one full group too) and of first and final steps, at the default
-// work-group size of 256. Chains with intermediate steps are left to the planner's tests: they
-// fold in place, which is exact on one dimension only (see there).
-constexpr std::int64_t counts[] = {40, 256, 300, 512};
+// Counts of a single launch (one full group too) and of first and final steps on the default
+// emulated GPU (work-groups of 256), and chains of three to six launches on an emulated GPU with
+// work-groups of 3.
+struct sized_count {
+    std::size_t group_size;  // 0: the default GPU
+    std::int64_t n;
+};
+constexpr sized_count counts[] = {{0, 40}, {0, 256}, {0, 300}, {0, 512},
+                                  {3, 10}, {3, 28},  {3, 250}};
+sycl::queue gpu_queue(std::size_t group_size) {
+    return group_size == 0 ? sycl::queue{sycl::gpu_selector_v}
+                           : sycl::queue{sycl::ext::hostsycl::make_gpu_device(group_size)};
+}
 constexpr std::int64_t n_dims = 4;
 const std::vector<std::int64_t> mask = {1, 0, 5, 1};
 constexpr double untouched = -777.0;
@@ -97,8 +106,10 @@ TYPED_TEST_SUITE(MaxEstimatorResults, combos);
 TYPED_TEST(MaxEstimatorResults, MatchHostMaximaInBothForms) {
     using T = typename TypeParam::type;
     constexpr layout L = TypeParam::value;
-    sycl::queue q{sycl::gpu_selector_v};
-    for (std::int64_t n : counts) {
+    for (const auto& c : counts) {
+        sycl::queue q = gpu_queue(c.group_size);
+        const std::int64_t n = c.n;
+        const std::string where = "g " + std::to_string(c.group_size) + ", n " + std::to_string(n);
         const auto m = minmax_test::random_matrix<T>(n_dims, n, 11 * n);
         const auto stored = m.stored(L);
         const auto weights = minmax_test::odd_weights<T>(n);
@@ -128,8 +139,8 @@ TYPED_TEST(MaxEstimatorResults, MatchHostMaximaInBothForms) {
         }
         for (std::int64_t d = 0; d < n_dims; ++d) {
             const T want = mask[d] ? m.true_max(d) : T(untouched);
-            EXPECT_EQ(out[d], want) << "pointer, n " << n << ", dimension " << d;
-            EXPECT_EQ(b_result[d], want) << "buffer, n " << n << ", dimension " << d;
+            EXPECT_EQ(out[d], want) << "pointer, " << where << ", dimension " << d;
+            EXPECT_EQ(b_result[d], want) << "buffer, " << where << ", dimension " << d;
         }
     }
 }

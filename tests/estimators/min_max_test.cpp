@@ -43,10 +43,19 @@ using combos = ::testing::Types<combo<float, row_major>,
                                 combo<double, row_major>,
                                 combo<double, col_major>>;
 
-// Counts of a single launch (one full group too) and of first and final steps, at the default
-// work-group size of 256. Chains with intermediate steps are left to the planner's tests: they
-// fold in place, which is exact on one dimension only (see there).
-constexpr std::int64_t counts[] = {40, 256, 300, 512};
+// Counts of a single launch (one full group too) and of first and final steps on the default
+// emulated GPU (work-groups of 256), and chains of three to six launches on an emulated GPU with
+// work-groups of 3.
+struct sized_count {
+    std::size_t group_size;  // 0: the default GPU
+    std::int64_t n;
+};
+constexpr sized_count counts[] = {{0, 40}, {0, 256}, {0, 300}, {0, 512},
+                                  {3, 10}, {3, 28},  {3, 250}};
+sycl::queue gpu_queue(std::size_t group_size) {
+    return group_size == 0 ? sycl::queue{sycl::gpu_selector_v}
+                           : sycl::queue{sycl::ext::hostsycl::make_gpu_device(group_size)};
+}
 constexpr std::int64_t n_dims = 4;
 const std::vector<std::int64_t> mask = {1, 0, 5, 1};
 constexpr double untouched = -777.0;
@@ -113,8 +122,10 @@ TYPED_TEST_SUITE(MinMaxEstimatorResults, combos);
 TYPED_TEST(MinMaxEstimatorResults, MatchHostExtremesInBothForms) {
     using T = typename TypeParam::type;
     constexpr layout L = TypeParam::value;
-    sycl::queue q{sycl::gpu_selector_v};
-    for (std::int64_t n : counts) {
+    for (const auto& c : counts) {
+        sycl::queue q = gpu_queue(c.group_size);
+        const std::int64_t n = c.n;
+        const std::string where = "g " + std::to_string(c.group_size) + ", n " + std::to_string(n);
         const auto m = minmax_test::random_matrix<T>(n_dims, n, 13 * n);
         const auto stored = m.stored(L);
         const auto weights = minmax_test::odd_weights<T>(n);
@@ -142,39 +153,51 @@ TYPED_TEST(MinMaxEstimatorResults, MatchHostExtremesInBothForms) {
         for (std::int64_t d = 0; d < n_dims; ++d) {
             const T want_lo = mask[d] ? m.true_min(d) : T(untouched);
             const T want_hi = mask[d] ? m.true_max(d) : T(untouched);
-            EXPECT_EQ(lo[d], want_lo) << "pointer, n " << n << ", dimension " << d;
-            EXPECT_EQ(hi[d], want_hi) << "pointer, n " << n << ", dimension " << d;
-            EXPECT_EQ(b_lo[d], want_lo) << "buffer, n " << n << ", dimension " << d;
-            EXPECT_EQ(b_hi[d], want_hi) << "buffer, n " << n << ", dimension " << d;
+            EXPECT_EQ(lo[d], want_lo) << "pointer, " << where << ", dimension " << d;
+            EXPECT_EQ(hi[d], want_hi) << "pointer, " << where << ", dimension " << d;
+            EXPECT_EQ(b_lo[d], want_lo) << "buffer, " << where << ", dimension " << d;
+            EXPECT_EQ(b_hi[d], want_hi) << "buffer, " << where << ", dimension " << d;
         }
     }
 }
 
-// Three launches at the default work-group size, on one dimension with its extremes at the
-// first and the last observation.
-TEST(MinMaxEstimator, ThreeLaunchChainOnOneDimension) {
+// Three launches at the default work-group size on several dimensions, one of them masked, in
+// both forms and layouts.
+TEST(MinMaxEstimator, ThreeLaunchChainOnSeveralDimensions) {
     constexpr std::int64_t n = 256 * 256 + 3;
+    constexpr std::int64_t dims = 3;
+    const std::vector<std::int64_t> chain_mask = {1, 0, -2};
     sycl::queue q{sycl::gpu_selector_v};
-    const auto m = minmax_test::random_matrix<double>(1, n, 5);
-    auto obs = to_shared(q, m.by_dim);
-    auto lo = to_shared(q, std::vector<double>{untouched});
-    auto hi = to_shared(q, std::vector<double>{untouched});
-    stats::min_max<1, double, row_major>(q, dataset<row_major, double*>(1, n, obs.get()), lo.get(),
-                                         hi.get())
-        .wait();
-    EXPECT_EQ(lo[0], m.true_min(0));
-    EXPECT_EQ(hi[0], m.true_max(0));
+    const auto m = minmax_test::random_matrix<double>(dims, n, 5);
+    const auto expect_results = [&](const double* lo, const double* hi, const char* form) {
+        for (std::int64_t d = 0; d < dims; ++d) {
+            EXPECT_EQ(lo[d], chain_mask[d] ? m.true_min(d) : untouched) << form << ", " << d;
+            EXPECT_EQ(hi[d], chain_mask[d] ? m.true_max(d) : untouched) << form << ", " << d;
+        }
+    };
 
-    std::vector<double> b_lo{untouched}, b_hi{untouched};
+    auto obs = to_shared(q, m.stored(row_major));
+    auto idx = to_shared(q, chain_mask);
+    auto lo = to_shared(q, std::vector<double>(dims, untouched));
+    auto hi = to_shared(q, std::vector<double>(dims, untouched));
+    stats::min_max<1, double, row_major>(
+        q, dataset<row_major, double*>(dims, n, obs.get(), nullptr, idx.get()), lo.get(), hi.get())
+        .wait();
+    expect_results(lo.get(), hi.get(), "pointer, row-major");
+
+    std::vector<double> b_lo(dims, untouched), b_hi(dims, untouched);
     {
-        sycl::buffer<double, 1> b_obs(m.by_dim.data(), sycl::range<1>(n));
+        const auto stored = m.stored(col_major);
+        sycl::buffer<double, 1> b_obs(stored.data(), sycl::range<1>(stored.size()));
+        sycl::buffer<std::int64_t, 1> b_idx(chain_mask.data(), sycl::range<1>(dims));
         stats::min_max<1, double, col_major>(
-            q, dataset<col_major, sycl::buffer<double, 1>>(1, n, b_obs),
-            sycl::buffer<double, 1>(b_lo.data(), sycl::range<1>(1)),
-            sycl::buffer<double, 1>(b_hi.data(), sycl::range<1>(1)));
+            q,
+            dataset<col_major, sycl::buffer<double, 1>>(
+                dims, n, b_obs, sycl::buffer<double, 1>{sycl::range<1>(0)}, b_idx),
+            sycl::buffer<double, 1>(b_lo.data(), sycl::range<1>(dims)),
+            sycl::buffer<double, 1>(b_hi.data(), sycl::range<1>(dims)));
     }
-    EXPECT_EQ(b_lo[0], m.true_min(0));
-    EXPECT_EQ(b_hi[0], m.true_max(0));
+    expect_results(b_lo.data(), b_hi.data(), "buffer, column-major");
 }
 
 // A failed dependency surfaces on the caller's thread, through the queue's asynchronous handler,

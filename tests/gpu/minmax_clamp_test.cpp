@@ -38,9 +38,10 @@ struct seeds<double> {
     static constexpr double max_seed = 2.2250738585072014e-308;
 };
 
-// Counts that walk the single launch, first + final, and an intermediate step at group size 4.
+// Counts that walk the single launch, first + final, and one or two intermediate steps at group
+// size 4.
 constexpr std::int64_t group_size = 4;
-constexpr std::int64_t counts[] = {3, 4, 9, 16, 17};
+constexpr std::int64_t counts[] = {3, 4, 9, 16, 17, 65};
 
 template <typename T>
 struct clamp_case {
@@ -85,14 +86,16 @@ class MinmaxClamp : public ::testing::Test {};
 using element_types = ::testing::Types<float, double>;
 TYPED_TEST_SUITE(MinmaxClamp, element_types);
 
-// One dimension of the hazard: the clamp is per dimension, and on one dimension the folds in
-// place of the intermediate steps only ever mix a dimension's values with its own partials.
+// Dimension 0 holds the case's values, dimension 1 the plain numbers 1 to n: the clamp is per
+// dimension, so the neighbour keeps its own extremes through every step of the chain.
 template <typename T>
-std::vector<T> values_of(const clamp_case<T>& c, std::int64_t n) {
-    std::vector<T> v(n);
-    for (std::int64_t i = 0; i < n; ++i)
-        v[i] = c.value(i);
-    return v;
+minmax_test::matrix<T> case_matrix(const clamp_case<T>& c, std::int64_t n) {
+    minmax_test::matrix<T> m{2, n, std::vector<T>(2 * n)};
+    for (std::int64_t i = 0; i < n; ++i) {
+        m.set(0, i, c.value(i));
+        m.set(1, i, T(i + 1));
+    }
+    return m;
 }
 
 TYPED_TEST(MinmaxClamp, PointerFormStoresClampedExtremes) {
@@ -101,12 +104,13 @@ TYPED_TEST(MinmaxClamp, PointerFormStoresClampedExtremes) {
     for (const auto& c : clamp_cases<T>()) {
         for (std::int64_t n : counts) {
             const std::string where = std::string(c.hazard) + ", n " + std::to_string(n);
-            auto obs = to_shared(q, values_of(c, n));
-            auto mn = to_shared(q, std::vector<T>(1, T(7)));
-            auto mx = to_shared(q, std::vector<T>(1, T(7)));
-            auto both_mn = to_shared(q, std::vector<T>(1, T(7)));
-            auto both_mx = to_shared(q, std::vector<T>(1, T(7)));
-            const dataset<row_major, T*> data(1, n, obs.get());
+            const auto m = case_matrix(c, n);
+            auto obs = to_shared(q, m.stored(row_major));
+            auto mn = to_shared(q, std::vector<T>(2, T(7)));
+            auto mx = to_shared(q, std::vector<T>(2, T(7)));
+            auto both_mn = to_shared(q, std::vector<T>(2, T(7)));
+            auto both_mx = to_shared(q, std::vector<T>(2, T(7)));
+            const dataset<row_major, T*> data(2, n, obs.get());
             gpu::submit_minmax_usm(q, data, gpu::min_func_fast<T, true>{{mn.get()}}, {}).wait();
             gpu::submit_minmax_usm(q, data, gpu::max_func_fast<T, true>{{mx.get()}}, {}).wait();
             gpu::submit_minmax_usm(
@@ -117,6 +121,10 @@ TYPED_TEST(MinmaxClamp, PointerFormStoresClampedExtremes) {
             EXPECT_EQ(both_mn[0], c.want_min) << where;
             EXPECT_EQ(both_mx[0], c.want_max) << where;
             EXPECT_EQ(std::signbit(mn[0]), std::signbit(c.want_min)) << where;
+            for (const T* got : {mn.get(), both_mn.get()})
+                EXPECT_EQ(got[1], T(1)) << where << ", neighbour";
+            for (const T* got : {mx.get(), both_mx.get()})
+                EXPECT_EQ(got[1], T(n)) << where << ", neighbour";
         }
     }
 }
@@ -127,14 +135,14 @@ TYPED_TEST(MinmaxClamp, BufferFormStoresClampedExtremes) {
     for (const auto& c : clamp_cases<T>()) {
         for (std::int64_t n : counts) {
             const std::string where = std::string(c.hazard) + ", n " + std::to_string(n);
-            auto values = values_of(c, n);
-            std::vector<T> mn(1, T(7)), mx(1, T(7)), only_max(1, T(7));
+            const auto values = case_matrix(c, n).stored(col_major);
+            std::vector<T> mn(2, T(7)), mx(2, T(7)), only_max(2, T(7));
             {
                 sycl::buffer<T, 1> obs(values.data(), sycl::range<1>(values.size()));
-                sycl::buffer<T, 1> out_min(mn.data(), sycl::range<1>(1));
-                sycl::buffer<T, 1> out_max(mx.data(), sycl::range<1>(1));
-                sycl::buffer<T, 1> out_only_max(only_max.data(), sycl::range<1>(1));
-                const dataset<col_major, sycl::buffer<T, 1>> data(1, n, obs);
+                sycl::buffer<T, 1> out_min(mn.data(), sycl::range<1>(2));
+                sycl::buffer<T, 1> out_max(mx.data(), sycl::range<1>(2));
+                sycl::buffer<T, 1> out_only_max(only_max.data(), sycl::range<1>(2));
+                const dataset<col_major, sycl::buffer<T, 1>> data(2, n, obs);
                 using out = gpu::extreme_output<T, false>;
                 gpu::submit_minmax(q, data,
                                    gpu::min_max_func_fast<T, false>{out(out_min), out(out_max)});
@@ -143,6 +151,9 @@ TYPED_TEST(MinmaxClamp, BufferFormStoresClampedExtremes) {
             EXPECT_EQ(mn[0], c.want_min) << where;
             EXPECT_EQ(mx[0], c.want_max) << where;
             EXPECT_EQ(only_max[0], c.want_max) << where;
+            EXPECT_EQ(mn[1], T(1)) << where << ", neighbour";
+            EXPECT_EQ(mx[1], T(n)) << where << ", neighbour";
+            EXPECT_EQ(only_max[1], T(n)) << where << ", neighbour";
         }
     }
 }

@@ -161,14 +161,6 @@ void expect_extremes(kind k,
     }
 }
 
-// An intermediate step folds its rows in place: group g stores dimension d at d * n_groups + g
-// while other groups may still have to read that place, of the same or of an earlier dimension.
-// With several dimensions a chain of three launches or more can therefore fold partials of one
-// dimension into another, depending on the order in which the groups run; results of such
-// chains are compared on one dimension whose extremes sit in places that no group overwrites
-// before reading (the first and the last observation), and everywhere else on chains of one or
-// two launches.
-
 // The chain for a group size and a count of observations, as the launch tree prescribes it.
 struct chain_case {
     std::size_t group_size;
@@ -188,6 +180,7 @@ const std::vector<chain_case> chain_cases = {
     {3, 10, {{"first", 12, 3}, {"next", 6, 3}, {"next", 2, 2}}},
     {3, 28, {{"first", 30, 3}, {"next", 12, 3}, {"next", 6, 3}, {"next", 2, 2}}},
     {5, 23, {{"first", 25, 5}, {"next", 5, 5}}},
+    {2, 9, {{"first", 10, 2}, {"next", 6, 2}, {"next", 4, 2}, {"next", 2, 2}}},
 };
 
 TEST(MinmaxPlanner, PointerChainsLaunchAllocateAndFreeAsPlanned) {
@@ -202,8 +195,7 @@ TEST(MinmaxPlanner, PointerChainsLaunchAllocateAndFreeAsPlanned) {
             std::vector<std::pair<float, float>> got;
             runtime_trace trace;
             got = run_usm<float, row_major>(q, k, m, {}, nullptr);
-            if (c.launches.size() <= 2)
-                expect_extremes(k, m, {}, got, where);
+            expect_extremes(k, m, {}, got, where);
             EXPECT_EQ(trace.launches, c.launches) << where;
 
             // Temporaries exist only for a chain of more than one launch: one array per extreme,
@@ -239,8 +231,7 @@ TEST(MinmaxPlanner, BufferChainsLaunchTheSameStepsWithoutDeviceAllocations) {
                                       std::to_string(c.n_observations);
             runtime_trace trace;
             const auto got = run_buffer<double, col_major>(q, k, m, {}, {});
-            if (c.launches.size() <= 2)
-                expect_extremes(k, m, {}, got, where);
+            expect_extremes(k, m, {}, got, where);
             EXPECT_EQ(trace.launches, c.launches) << where;
             EXPECT_TRUE(trace.device_mallocs.empty()) << where;
         }
@@ -286,30 +277,72 @@ TYPED_TEST(MinmaxPlannerResults, MatchHostExtremesWithMaskAndWeights) {
     }
 }
 
-TYPED_TEST(MinmaxPlannerResults, ChainsWithIntermediateStepsOnOneDimension) {
+// Chains of three launches and more at small work-group sizes, with several dimensions, a mask
+// and weights: every kept dimension gets its own extremes, wherever they were planted.
+TYPED_TEST(MinmaxPlannerResults, ChainsWithIntermediateStepsOnSeveralDimensions) {
     using T = typename TypeParam::type;
     constexpr layout L = TypeParam::value;
-    for (std::size_t g : {std::size_t{3}, std::size_t{4}}) {
+    constexpr std::int64_t n_dims = 5;
+    const auto mask = minmax_test::mask_every_third(n_dims);
+    for (std::size_t g : {std::size_t{2}, std::size_t{3}, std::size_t{4}}) {
         sycl::queue q{hs::make_gpu_device(g)};
+        auto usm_mask = to_shared(q, mask);
         for (std::int64_t n : {std::int64_t(g * g + 1), std::int64_t(g * g * g + 1),
                                std::int64_t(g * g * g + g + 2), std::int64_t(g * g * g * 2)}) {
-            // The minimum sits at the first observation and the maximum at the last; negated,
-            // the other way round.
-            auto m = random_matrix<T>(1, n, 200 + n);
-            for (bool negated : {false, true}) {
-                if (negated)
-                    for (auto& v : m.by_dim)
-                        v = -v;
-                const auto weights = minmax_test::odd_weights<T>(n);
-                for (kind k : all_kinds) {
-                    const std::string where = std::string(name_of(k)) + ", g " + std::to_string(g) +
-                                              ", n " + std::to_string(n) +
-                                              (negated ? ", negated" : "");
-                    expect_extremes(k, m, {}, run_usm<T, L>(q, k, m, weights, nullptr),
-                                    "pointer, " + where);
-                    expect_extremes(k, m, {}, run_buffer<T, L>(q, k, m, weights, {}),
-                                    "buffer, " + where);
-                }
+            const auto m = random_matrix<T>(n_dims, n, 200 + n);
+            const auto weights = minmax_test::odd_weights<T>(n);
+            for (kind k : all_kinds) {
+                const std::string where = std::string(name_of(k)) + ", g " + std::to_string(g) +
+                                          ", n " + std::to_string(n);
+                expect_extremes(k, m, mask, run_usm<T, L>(q, k, m, weights, usm_mask.get()),
+                                "pointer, " + where);
+                expect_extremes(k, m, mask, run_buffer<T, L>(q, k, m, weights, mask),
+                                "buffer, " + where);
+                expect_extremes(k, m, {}, run_usm<T, L>(q, k, m, {}, nullptr),
+                                "pointer, no mask, " + where);
+            }
+        }
+    }
+}
+
+// Each dimension in a band of its own, so that a partial carried from one dimension into another
+// moves that dimension's minimum or maximum out of its band. Group sizes 2 and 3 with enough
+// observations for two intermediate levels or more: a fold that stores a partial where another
+// group has yet to read, in the same or a later dimension, fails here.
+template <typename T>
+minmax_test::matrix<T> banded_matrix(std::int64_t n_dims, std::int64_t n_observations) {
+    minmax_test::matrix<T> m{n_dims, n_observations, std::vector<T>(n_dims * n_observations)};
+    for (std::int64_t d = 0; d < n_dims; ++d)
+        for (std::int64_t i = 0; i < n_observations; ++i)
+            m.set(d, i, T(100 * (d + 1)) + T((i * 7 + d * 3) % 50));
+    return m;
+}
+
+TEST(MinmaxPlanner, PartialsNeverCrossDimensionsInLongChains) {
+    constexpr std::int64_t n_dims = 6;
+    const std::vector<std::int64_t> mask = {1, 1, 0, 1, 1, 1};
+    for (std::size_t g : {std::size_t{2}, std::size_t{3}}) {
+        sycl::queue q{hs::make_gpu_device(g)};
+        auto usm_mask = to_shared(q, mask);
+        for (std::int64_t n : {std::int64_t(g * g * g + 1), std::int64_t(g * g * g * g + 1),
+                               std::int64_t(g * g * g * g * 3 - 1)}) {
+            const auto m = banded_matrix<double>(n_dims, n);
+            const auto f = banded_matrix<float>(n_dims, n);
+            for (kind k : all_kinds) {
+                const std::string where = std::string(name_of(k)) + ", g " + std::to_string(g) +
+                                          ", n " + std::to_string(n);
+                expect_extremes(k, m, {}, run_usm<double, row_major>(q, k, m, {}, nullptr),
+                                "pointer, row-major, " + where);
+                expect_extremes(k, m, mask, run_usm<double, col_major>(q, k, m, {}, usm_mask.get()),
+                                "pointer, column-major, mask, " + where);
+                expect_extremes(k, f, mask, run_buffer<float, row_major>(q, k, f, {}, mask),
+                                "buffer, row-major, mask, " + where);
+                expect_extremes(k, f, {}, run_buffer<float, col_major>(q, k, f, {}, {}),
+                                "buffer, column-major, " + where);
+                if (k != kind::min_max)  // 32-bit masks serve min and max only
+                    expect_extremes(k, f, {},
+                                    run_usm<float, col_major, false>(q, k, f, {}, nullptr),
+                                    "pointer, 32-bit mask words, " + where);
             }
         }
     }
@@ -332,7 +365,7 @@ TEST(MinmaxPlanner, ThirtyTwoBitMaskKeepsAndSkipsByEachHalfOfAWord) {
         auto usm_mask = to_shared(q, storage);
 
         std::vector<std::int64_t> mask64(mask32.begin(), mask32.end());
-        for (std::int64_t n : {3, 5, 16}) {
+        for (std::int64_t n : {3, 5, 16, 65}) {
             const auto m = random_matrix<float>(n_dims, n, 31 * n + n_dims);
             for (kind k : {kind::min, kind::max}) {
                 const std::string where = std::string(name_of(k)) + ", n_dims " +
@@ -345,36 +378,76 @@ TEST(MinmaxPlanner, ThirtyTwoBitMaskKeepsAndSkipsByEachHalfOfAWord) {
     }
 }
 
-// The intermediate step on its own, with one group so that its fold in place has a fixed order:
-// row d of n_items partials folds to place d * n_groups + g = d, the idle lanes of the tail add
-// nothing, and a masked dimension leaves its place as it was.
-TEST(MinmaxPlanner, IntermediateStepFoldsEachRowIntoItsPlace) {
-    sycl::queue q{hs::make_gpu_device(4)};
+// The intermediate and final steps on their own, by hand, at group size 3 over rows of 11
+// partials (a first step of 11 groups) for 3 dimensions, the middle one masked. The first level
+// reads elements 1 apart, four groups each storing into the first element it read (0, 3, 6, 9);
+// the second reads 0, 3, 6 and 9, two groups storing into 0 and 9; the final group reads 0 and 9.
+// Every other place, the masked row and the guard behind the rows keep their values. The row
+// after each row (or the guard) holds what an idle work-item of the tail would read by mistake.
+TEST(MinmaxPlanner, IntermediateStepsStoreIntoTheFirstElementEachGroupRead) {
+    constexpr std::uint64_t g = 3;
+    constexpr std::uint64_t row_stride = 11;
     constexpr std::int64_t n_dims = 3;
-    constexpr std::uint64_t n_items = 3;  // tail 3: the fourth lane is idle
-    // Rows of partials; the value behind each row is what an idle lane would read by mistake.
-    const std::vector<double> rows = {5, -2, 7, /**/ -9, 4, 1, /**/ 8, 6, 3, /**/ -100};
-    auto mask = to_shared(q, std::vector<std::int64_t>{1, 1, 0});
+    sycl::queue q{hs::make_gpu_device(g)};
+    auto mask = to_shared(q, std::vector<std::int64_t>{1, 0, 1});
     const auto helper = gpu::make_dataset_helper(
-        dataset<row_major, double*>(n_dims, 12, nullptr, nullptr, mask.get()));
+        dataset<row_major, double*>(n_dims, 33, nullptr, nullptr, mask.get()));
 
-    auto lo = to_shared(q, rows);
-    auto hi = to_shared(q, rows);
+    const std::vector<double> row0 = {5, -2, 7, 1, 0, 9, 3, -4, 8, 2, 6};
+    const std::vector<double> row1 = {-50, 40, -30, 20, -10, 0, 10, -20, 30, -40, 50};
+    const std::vector<double> row2 = {15, 11, 19, 14, 18, 12, 16, 10, 13, 17, 13.5};
+    const auto joined = [&](const std::vector<double>& r0, const std::vector<double>& r2,
+                            double guard) {
+        std::vector<double> all = r0;
+        all.insert(all.end(), row1.begin(), row1.end());
+        all.insert(all.end(), r2.begin(), r2.end());
+        all.insert(all.end(), 7, guard);
+        return all;
+    };
+    auto lo = to_shared(q, joined(row0, row2, -100));
+    auto hi = to_shared(q, joined(row0, row2, 100));
     std::array<double*, 2> tmp = {lo.get(), hi.get()};
-    const gpu::min_max_func_fast<double, true> functor{{nullptr}, {nullptr}};
-    gpu::minmax_next_step<false>(q, helper, functor, tmp, 1, 4, n_items, n_items % 4).wait();
+    const auto expect_tmp = [&](const std::vector<double>& want_lo,
+                                const std::vector<double>& want_hi, const char* level) {
+        for (std::size_t i = 0; i < want_lo.size(); ++i) {
+            EXPECT_EQ(lo[i], want_lo[i]) << level << ", minimum at " << i;
+            EXPECT_EQ(hi[i], want_hi[i]) << level << ", maximum at " << i;
+        }
+    };
 
-    EXPECT_EQ(lo[0], -2.0);
-    EXPECT_EQ(lo[1], -9.0);
-    EXPECT_EQ(lo[2], rows[2]);  // dimension 2 is masked: its place keeps the old partial
-    EXPECT_EQ(hi[0], 7.0);
-    EXPECT_EQ(hi[1], 4.0);
-    EXPECT_EQ(hi[2], rows[2]);
-    // Places past the folded rows are not written.
-    for (std::size_t i = n_dims; i < rows.size(); ++i) {
-        EXPECT_EQ(lo[i], rows[i]) << i;
-        EXPECT_EQ(hi[i], rows[i]) << i;
+    auto out_lo = to_shared(q, std::vector<double>(n_dims, sentinel));
+    auto out_hi = to_shared(q, std::vector<double>(n_dims, sentinel));
+    const gpu::min_max_func_fast<double, true> functor{{out_lo.get()}, {out_hi.get()}};
+
+    // 11 partials: groups {0 1 2} {3 4 5} {6 7 8} {9 10 _}.
+    gpu::minmax_next_step<false>(q, helper, functor, tmp, 4, g, row_stride, 1, 11 % g).wait();
+    const std::vector<double> lo1 = joined({-2, -2, 7, 0, 0, 9, -4, -4, 8, 2, 6},
+                                           {11, 11, 19, 12, 18, 12, 10, 10, 13, 13.5, 13.5}, -100);
+    const std::vector<double> hi1 = joined({7, -2, 7, 9, 0, 9, 8, -4, 8, 6, 6},
+                                           {19, 11, 19, 18, 18, 12, 16, 10, 13, 17, 13.5}, 100);
+    expect_tmp(lo1, hi1, "first level");
+
+    // 4 partials 3 apart: groups {0 3 6} {9 _ _}.
+    gpu::minmax_next_step<false>(q, helper, functor, tmp, 2, g, row_stride, g, 4 % g).wait();
+    const std::vector<double> lo2 = joined({-4, -2, 7, 0, 0, 9, -4, -4, 8, 2, 6},
+                                           {10, 11, 19, 12, 18, 12, 10, 10, 13, 13.5, 13.5}, -100);
+    const std::vector<double> hi2 = joined({9, -2, 7, 9, 0, 9, 8, -4, 8, 6, 6},
+                                           {19, 11, 19, 18, 18, 12, 16, 10, 13, 17, 13.5}, 100);
+    expect_tmp(lo2, hi2, "second level");
+    for (std::int64_t d = 0; d < n_dims; ++d) {
+        EXPECT_EQ(out_lo[d], sentinel) << "an intermediate step wrote a result, dimension " << d;
+        EXPECT_EQ(out_hi[d], sentinel) << "an intermediate step wrote a result, dimension " << d;
     }
+
+    // 2 partials 9 apart, one group of 2: the results, and the partials stay as they were.
+    gpu::minmax_next_step<true>(q, helper, functor, tmp, 1, 2, row_stride, g * g, 0).wait();
+    expect_tmp(lo2, hi2, "final step");
+    EXPECT_EQ(out_lo[0], -4.0);
+    EXPECT_EQ(out_hi[0], 9.0);
+    EXPECT_EQ(out_lo[1], sentinel);
+    EXPECT_EQ(out_hi[1], sentinel);
+    EXPECT_EQ(out_lo[2], 10.0);
+    EXPECT_EQ(out_hi[2], 19.0);
 }
 
 TEST(MinmaxPlanner, NoDimensionsRunsTheChainAndWritesNothing) {
