@@ -17,15 +17,20 @@ sycl::event central_moment(sycl::queue& queue,
                            T* c4,
                            const std::vector<sycl::event>& dependencies) {
     detail::check_argument(!c2 && !c3 && !c4, "central_moment", "all moments are nullptr");
-    return detail::route_usm(queue, "central_moment", [&]() -> sycl::event {
-        if constexpr (M == alternate) {
-            throw unimplemented("stats", "central_moment", "for this method");
-        } else {
-            using func = detail::gpu::central_moment_func_fast<T, true>;
-            return detail::gpu::submit_basic_usm(
-                queue, data, detail::gpu::make_central_func<func>(c2, c3, c4), dependencies);
-        }
-    });
+    return detail::route_usm(
+        queue, "central_moment",
+        [&] {
+            return detail::cpu::run_central_moment<M, T, L>(queue, data, c2, c3, c4, dependencies);
+        },
+        [&]() -> sycl::event {
+            if constexpr (M == alternate) {
+                throw unimplemented("stats", "central_moment", "for this method");
+            } else {
+                using func = detail::gpu::central_moment_func_fast<T, true>;
+                return detail::gpu::submit_basic_usm(
+                    queue, data, detail::gpu::make_central_func<func>(c2, c3, c4), dependencies);
+            }
+        });
 }
 
 // Sums of powers of deviations from the caller's mean, which must be device-accessible.
@@ -39,11 +44,17 @@ sycl::event central_moment(sycl::queue& queue,
                            const std::vector<sycl::event>& dependencies) {
     detail::check_argument(!c2 && !c3 && !c4, "central_moment", "all moments are nullptr");
     detail::check_argument(mean == nullptr, "central_moment", "mean is nullptr");
-    return detail::route_usm(queue, "central_moment", [&] {
-        using func = detail::gpu::central_moment_func_user_mean<T, true>;
-        return detail::gpu::submit_basic_usm(
-            queue, mean, data, detail::gpu::make_central_func<func>(c2, c3, c4), dependencies);
-    });
+    return detail::route_usm(
+        queue, "central_moment",
+        [&] {
+            return detail::cpu::run_central_moment<T, L>(queue, mean, data, c2, c3, c4,
+                                                         dependencies);
+        },
+        [&] {
+            using func = detail::gpu::central_moment_func_user_mean<T, true>;
+            return detail::gpu::submit_basic_usm(
+                queue, mean, data, detail::gpu::make_central_func<func>(c2, c3, c4), dependencies);
+        });
 }
 
 #define QND_CENTRAL_MOMENT(M, T, L)                                                               \

@@ -7,6 +7,8 @@
 #include "tavrel/qnd/exceptions.hpp"
 #include "tavrel/qnd/stats.hpp"
 
+#include "cpu/cpu_estimators.hpp"
+
 namespace tavrel::qnd::stats::detail {
 
 // Refuses a call whose output arguments fail a check of the family, with the family's words.
@@ -26,6 +28,18 @@ sycl::event route_usm(sycl::queue& queue, const char* family, OnGpu&& on_gpu) {
     if (!queue.get_device().is_gpu()) {
         throw unsupported_device("stats", family, queue.get_device());
     }
+    return on_gpu();
+}
+
+// Sends a pointer-form call to the engine of the queue's device: `on_cpu` (the host task of the
+// CPU path) on a CPU, `on_gpu` on a GPU. The CPU question comes first, so a device that is both
+// is served as a CPU; a device that is neither is refused.
+template <typename OnCpu, typename OnGpu>
+sycl::event route_usm(sycl::queue& queue, const char* family, OnCpu&& on_cpu, OnGpu&& on_gpu) {
+    if (queue.get_device().is_cpu())
+        return on_cpu();
+    if (!queue.get_device().is_gpu())
+        throw unsupported_device("stats", family, queue.get_device());
     return on_gpu();
 }
 

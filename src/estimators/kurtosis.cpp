@@ -14,10 +14,13 @@ sycl::event kurtosis(sycl::queue& queue,
                      T* kurtosis,
                      const std::vector<sycl::event>& dependencies) {
     detail::check_argument(kurtosis == nullptr, "kurtosis", "kurtosis is nullptr");
-    return detail::route_usm(queue, "kurtosis", [&] {
-        return detail::gpu::submit_basic_usm(
-            queue, data, detail::gpu::kurtosis_func_fast<T, true>{{}, kurtosis}, dependencies);
-    });
+    return detail::route_usm(
+        queue, "kurtosis",
+        [&] { return detail::cpu::run_kurtosis<T, L>(queue, data, kurtosis, dependencies); },
+        [&] {
+            return detail::gpu::submit_basic_usm(
+                queue, data, detail::gpu::kurtosis_func_fast<T, true>{{}, kurtosis}, dependencies);
+        });
 }
 
 // The caller's mean must be device-accessible.
@@ -29,11 +32,14 @@ sycl::event kurtosis(sycl::queue& queue,
                      const std::vector<sycl::event>& dependencies) {
     detail::check_argument(kurtosis == nullptr, "kurtosis", "kurtosis is nullptr");
     detail::check_argument(mean == nullptr, "kurtosis", "mean is nullptr");
-    return detail::route_usm(queue, "kurtosis", [&] {
-        return detail::gpu::submit_basic_usm(
-            queue, mean, data, detail::gpu::kurtosis_func_user_mean<T, true>{kurtosis},
-            dependencies);
-    });
+    return detail::route_usm(
+        queue, "kurtosis",
+        [&] { return detail::cpu::run_kurtosis<T, L>(queue, mean, data, kurtosis, dependencies); },
+        [&] {
+            return detail::gpu::submit_basic_usm(
+                queue, mean, data, detail::gpu::kurtosis_func_user_mean<T, true>{kurtosis},
+                dependencies);
+        });
 }
 
 #define QND_KURTOSIS(M, T, L)                                                       \

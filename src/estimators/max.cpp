@@ -16,10 +16,12 @@ sycl::event max(sycl::queue& queue,
                 T* max,
                 const std::vector<sycl::event>& dependencies) {
     detail::check_argument(max == nullptr, "max", "max is nullptr");
-    return detail::route_usm(queue, "max", [&] {
-        return detail::gpu::submit_minmax_usm(
-            queue, data, detail::gpu::max_func_fast<T, true>{{max}}, dependencies);
-    });
+    return detail::route_usm(
+        queue, "max", [&] { return detail::cpu::run_max<T, L>(queue, data, max, dependencies); },
+        [&] {
+            return detail::gpu::submit_minmax_usm(
+                queue, data, detail::gpu::max_func_fast<T, true>{{max}}, dependencies);
+        });
 }
 
 // The buffer form routes as the pointer form does; the engine's order comes from the buffers
@@ -28,7 +30,7 @@ template <int M, typename T, layout L>
 void max(sycl::queue& queue, const dataset<L, sycl::buffer<T, 1>>& data, sycl::buffer<T, 1> max) {
     detail::check_argument(max.size() == 0, "max", "max array length is 0");
     if (queue.get_device().is_cpu())
-        throw unimplemented("stats", "max", "CPU devices");
+        return detail::cpu::run_max<T, L>(queue, data, max);
     if (!queue.get_device().is_gpu())
         throw unsupported_device("stats", "max", queue.get_device());
     detail::gpu::submit_minmax(

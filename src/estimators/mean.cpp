@@ -13,10 +13,12 @@ sycl::event mean(sycl::queue& queue,
                  T* mean,
                  const std::vector<sycl::event>& dependencies) {
     detail::check_argument(mean == nullptr, "mean", "mean is nullptr");
-    return detail::route_usm(queue, "mean", [&] {
-        return detail::gpu::submit_basic_usm(queue, data, detail::gpu::mean_func<T, true>{mean},
-                                             dependencies);
-    });
+    return detail::route_usm(
+        queue, "mean", [&] { return detail::cpu::run_mean<T, L>(queue, data, mean, dependencies); },
+        [&] {
+            return detail::gpu::submit_basic_usm(queue, data, detail::gpu::mean_func<T, true>{mean},
+                                                 dependencies);
+        });
 }
 
 #define QND_MEAN(M, T, L)                                                       \

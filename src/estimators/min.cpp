@@ -16,10 +16,12 @@ sycl::event min(sycl::queue& queue,
                 T* min,
                 const std::vector<sycl::event>& dependencies) {
     detail::check_argument(min == nullptr, "min", "min is nullptr");
-    return detail::route_usm(queue, "min", [&] {
-        return detail::gpu::submit_minmax_usm(
-            queue, data, detail::gpu::min_func_fast<T, true>{{min}}, dependencies);
-    });
+    return detail::route_usm(
+        queue, "min", [&] { return detail::cpu::run_min<T, L>(queue, data, min, dependencies); },
+        [&] {
+            return detail::gpu::submit_minmax_usm(
+                queue, data, detail::gpu::min_func_fast<T, true>{{min}}, dependencies);
+        });
 }
 
 // The buffer form routes as the pointer form does; the engine's order comes from the buffers
@@ -28,7 +30,7 @@ template <int M, typename T, layout L>
 void min(sycl::queue& queue, const dataset<L, sycl::buffer<T, 1>>& data, sycl::buffer<T, 1> min) {
     detail::check_argument(min.size() == 0, "min", "min array length is 0");
     if (queue.get_device().is_cpu())
-        throw unimplemented("stats", "min", "CPU devices");
+        return detail::cpu::run_min<T, L>(queue, data, min);
     if (!queue.get_device().is_gpu())
         throw unsupported_device("stats", "min", queue.get_device());
     detail::gpu::submit_minmax(

@@ -18,10 +18,13 @@ sycl::event min_max(sycl::queue& queue,
                     const std::vector<sycl::event>& dependencies) {
     detail::check_argument(min == nullptr, "min_max", "min is nullptr");
     detail::check_argument(max == nullptr, "min_max", "max is nullptr");
-    return detail::route_usm(queue, "min_max", [&] {
-        return detail::gpu::submit_minmax_usm(
-            queue, data, detail::gpu::min_max_func_fast<T, true>{{min}, {max}}, dependencies);
-    });
+    return detail::route_usm(
+        queue, "min_max",
+        [&] { return detail::cpu::run_min_max<T, L>(queue, data, min, max, dependencies); },
+        [&] {
+            return detail::gpu::submit_minmax_usm(
+                queue, data, detail::gpu::min_max_func_fast<T, true>{{min}, {max}}, dependencies);
+        });
 }
 
 // The buffer form routes as the pointer form does; the engine's order comes from the buffers
@@ -34,7 +37,7 @@ void min_max(sycl::queue& queue,
     detail::check_argument(min.size() == 0, "min_max", "min array length is 0");
     detail::check_argument(max.size() == 0, "min_max", "max array length is 0");
     if (queue.get_device().is_cpu())
-        throw unimplemented("stats", "min_max", "CPU devices");
+        return detail::cpu::run_min_max<T, L>(queue, data, min, max);
     if (!queue.get_device().is_gpu())
         throw unsupported_device("stats", "min_max", queue.get_device());
     detail::gpu::submit_minmax(

@@ -16,17 +16,22 @@ sycl::event raw_moment(sycl::queue& queue,
                        T* r4,
                        const std::vector<sycl::event>& dependencies) {
     detail::check_argument(!mean && !r2 && !r3 && !r4, "raw_moment", "all moments are nullptr");
-    return detail::route_usm(queue, "raw_moment", [&] {
-        detail::gpu::raw_moment_func_fast<T, true> func{};
-        func.has_order2 = r2 != nullptr;
-        func.has_order3 = r3 != nullptr;
-        func.has_order4 = r4 != nullptr;
-        func.out1 = mean;
-        func.out2 = r2;
-        func.out3 = r3;
-        func.out4 = r4;
-        return detail::gpu::submit_basic_usm(queue, data, func, dependencies);
-    });
+    return detail::route_usm(
+        queue, "raw_moment",
+        [&] {
+            return detail::cpu::run_raw_moment<T, L>(queue, data, mean, r2, r3, r4, dependencies);
+        },
+        [&] {
+            detail::gpu::raw_moment_func_fast<T, true> func{};
+            func.has_order2 = r2 != nullptr;
+            func.has_order3 = r3 != nullptr;
+            func.has_order4 = r4 != nullptr;
+            func.out1 = mean;
+            func.out2 = r2;
+            func.out3 = r3;
+            func.out4 = r4;
+            return detail::gpu::submit_basic_usm(queue, data, func, dependencies);
+        });
 }
 
 #define QND_RAW_MOMENT(M, T, L)                                                                   \

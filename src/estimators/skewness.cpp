@@ -14,10 +14,13 @@ sycl::event skewness(sycl::queue& queue,
                      T* skewness,
                      const std::vector<sycl::event>& dependencies) {
     detail::check_argument(skewness == nullptr, "skewness", "skewness is nullptr");
-    return detail::route_usm(queue, "skewness", [&] {
-        return detail::gpu::submit_basic_usm(
-            queue, data, detail::gpu::skewness_func_fast<T, true>{{}, skewness}, dependencies);
-    });
+    return detail::route_usm(
+        queue, "skewness",
+        [&] { return detail::cpu::run_skewness<T, L>(queue, data, skewness, dependencies); },
+        [&] {
+            return detail::gpu::submit_basic_usm(
+                queue, data, detail::gpu::skewness_func_fast<T, true>{{}, skewness}, dependencies);
+        });
 }
 
 // The caller's mean must be device-accessible.
@@ -29,11 +32,14 @@ sycl::event skewness(sycl::queue& queue,
                      const std::vector<sycl::event>& dependencies) {
     detail::check_argument(skewness == nullptr, "skewness", "skewness is nullptr");
     detail::check_argument(mean == nullptr, "skewness", "mean is nullptr");
-    return detail::route_usm(queue, "skewness", [&] {
-        return detail::gpu::submit_basic_usm(
-            queue, mean, data, detail::gpu::skewness_func_user_mean<T, true>{skewness},
-            dependencies);
-    });
+    return detail::route_usm(
+        queue, "skewness",
+        [&] { return detail::cpu::run_skewness<T, L>(queue, mean, data, skewness, dependencies); },
+        [&] {
+            return detail::gpu::submit_basic_usm(
+                queue, mean, data, detail::gpu::skewness_func_user_mean<T, true>{skewness},
+                dependencies);
+        });
 }
 
 #define QND_SKEWNESS(M, T, L)                                                       \

@@ -14,10 +14,13 @@ sycl::event variation(sycl::queue& queue,
                       T* variation,
                       const std::vector<sycl::event>& dependencies) {
     detail::check_argument(variation == nullptr, "variation", "variation is nullptr");
-    return detail::route_usm(queue, "variation", [&] {
-        return detail::gpu::submit_basic_usm(
-            queue, data, detail::gpu::variation_func_fast<T, true>{variation}, dependencies);
-    });
+    return detail::route_usm(
+        queue, "variation",
+        [&] { return detail::cpu::run_variation<T, L>(queue, data, variation, dependencies); },
+        [&] {
+            return detail::gpu::submit_basic_usm(
+                queue, data, detail::gpu::variation_func_fast<T, true>{variation}, dependencies);
+        });
 }
 
 // The caller's mean must be device-accessible.
@@ -29,11 +32,16 @@ sycl::event variation(sycl::queue& queue,
                       const std::vector<sycl::event>& dependencies) {
     detail::check_argument(variation == nullptr, "variation", "variation is nullptr");
     detail::check_argument(mean == nullptr, "variation", "mean is nullptr");
-    return detail::route_usm(queue, "variation", [&] {
-        return detail::gpu::submit_basic_usm(
-            queue, mean, data, detail::gpu::variation_func_user_mean<T, true>{variation},
-            dependencies);
-    });
+    return detail::route_usm(
+        queue, "variation",
+        [&] {
+            return detail::cpu::run_variation<T, L>(queue, mean, data, variation, dependencies);
+        },
+        [&] {
+            return detail::gpu::submit_basic_usm(
+                queue, mean, data, detail::gpu::variation_func_user_mean<T, true>{variation},
+                dependencies);
+        });
 }
 
 #define QND_VARIATION(M, T, L)                                                       \
