@@ -82,23 +82,6 @@ TEST(MaxEstimator, EmptyResultBufferIsRefusedBeforeTheDeviceIsAsked) {
                   "tavrel::qnd::stats::max: invalid argument: max array length is 0");
 }
 
-TEST(MaxEstimator, CpuDeviceIsNotServedYet) {
-    sycl::queue q{sycl::cpu_selector_v};
-    auto obs = to_shared(q, std::vector<float>{1, 2});
-    auto out = to_shared(q, std::vector<float>{0});
-    EXPECT_EQ(thrown_text<tavrel::qnd::unimplemented>([&] {
-                  stats::max<1, float, row_major>(q, dataset<row_major, float*>(1, 2, obs.get()),
-                                                  out.get());
-              }),
-              "tavrel::qnd::stats::max: unimplemented functionality: CPU devices");
-    sycl::buffer<float, 1> b_obs{sycl::range<1>(2)}, b_out{sycl::range<1>(1)};
-    EXPECT_EQ(thrown_text<tavrel::qnd::unimplemented>([&] {
-                  stats::max<1, float, row_major>(
-                      q, dataset<row_major, sycl::buffer<float, 1>>(1, 2, b_obs), b_out);
-              }),
-              "tavrel::qnd::stats::max: unimplemented functionality: CPU devices");
-}
-
 template <typename P>
 class MaxEstimatorResults : public ::testing::Test {};
 TYPED_TEST_SUITE(MaxEstimatorResults, combos);

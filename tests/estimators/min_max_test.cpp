@@ -96,25 +96,6 @@ TEST(MinMaxEstimator, BufferChecksTestMinThenMax) {
     }
 }
 
-TEST(MinMaxEstimator, CpuDeviceIsNotServedYet) {
-    sycl::queue q{sycl::cpu_selector_v};
-    auto obs = to_shared(q, std::vector<double>{1, 2});
-    auto lo = to_shared(q, std::vector<double>{0});
-    auto hi = to_shared(q, std::vector<double>{0});
-    EXPECT_EQ(thrown_text<tavrel::qnd::unimplemented>([&] {
-                  stats::min_max<1, double, col_major>(
-                      q, dataset<col_major, double*>(1, 2, obs.get()), lo.get(), hi.get());
-              }),
-              "tavrel::qnd::stats::min_max: unimplemented functionality: CPU devices");
-    sycl::buffer<double, 1> b_obs{sycl::range<1>(2)}, b_lo{sycl::range<1>(1)},
-        b_hi{sycl::range<1>(1)};
-    EXPECT_EQ(thrown_text<tavrel::qnd::unimplemented>([&] {
-                  stats::min_max<1, double, col_major>(
-                      q, dataset<col_major, sycl::buffer<double, 1>>(1, 2, b_obs), b_lo, b_hi);
-              }),
-              "tavrel::qnd::stats::min_max: unimplemented functionality: CPU devices");
-}
-
 template <typename P>
 class MinMaxEstimatorResults : public ::testing::Test {};
 TYPED_TEST_SUITE(MinMaxEstimatorResults, combos);

@@ -81,23 +81,6 @@ TEST(MinEstimator, EmptyResultBufferIsRefusedBeforeTheDeviceIsAsked) {
                   "tavrel::qnd::stats::min: invalid argument: min array length is 0");
 }
 
-TEST(MinEstimator, CpuDeviceIsNotServedYet) {
-    sycl::queue q{sycl::cpu_selector_v};
-    auto obs = to_shared(q, std::vector<float>{1, 2});
-    auto out = to_shared(q, std::vector<float>{0});
-    EXPECT_EQ(thrown_text<tavrel::qnd::unimplemented>([&] {
-                  stats::min<1, float, row_major>(q, dataset<row_major, float*>(1, 2, obs.get()),
-                                                  out.get());
-              }),
-              "tavrel::qnd::stats::min: unimplemented functionality: CPU devices");
-    sycl::buffer<float, 1> b_obs{sycl::range<1>(2)}, b_out{sycl::range<1>(1)};
-    EXPECT_EQ(thrown_text<tavrel::qnd::unimplemented>([&] {
-                  stats::min<1, float, row_major>(
-                      q, dataset<row_major, sycl::buffer<float, 1>>(1, 2, b_obs), b_out);
-              }),
-              "tavrel::qnd::stats::min: unimplemented functionality: CPU devices");
-}
-
 template <typename P>
 class MinEstimatorResults : public ::testing::Test {};
 TYPED_TEST_SUITE(MinEstimatorResults, combos);

@@ -169,41 +169,6 @@ TEST(MomentChecks, RefusalsAreCaughtAsTheLibrarysException) {
     EXPECT_THROW(call(), std::exception);
 }
 
-// Until the CPU engine is wired in, valid calls on a CPU queue are refused as unimplemented,
-// also method 2 of the central families: the CPU question comes before the method.
-TEST(MomentChecks, CpuQueuesAreNotServedYet) {
-    sycl::queue q(sycl::cpu_selector_v);
-    usm_array<double> obs(q, std::vector<double>{1, 2, 3});
-    usm_array<double> a(q, 1), b(q, 1);
-    const ds data{1, 3, obs.get()};
-    const std::vector<std::pair<const char*, std::function<void()>>> calls{
-        {"mean", [&] { st::mean<1, double, st::row_major>(q, data, a.get()); }},
-        {"raw_sum",
-         [&] {
-             st::raw_sum<1, double, st::row_major>(q, data, a.get(), nullptr, nullptr, nullptr);
-         }},
-        {"raw_moment",
-         [&] {
-             st::raw_moment<2, double, st::row_major>(q, data, a.get(), nullptr, nullptr, nullptr);
-         }},
-        {"central_sum",
-         [&] { st::central_sum<2, double, st::row_major>(q, data, a.get(), nullptr, nullptr); }},
-        {"central_moment",
-         [&] {
-             st::central_moment<1, double, st::row_major>(q, b.get(), data, a.get(), nullptr,
-                                                          nullptr);
-         }},
-        {"variation", [&] { st::variation<1, double, st::row_major>(q, data, a.get()); }},
-        {"skewness", [&] { st::skewness<1, double, st::row_major>(q, b.get(), data, a.get()); }},
-        {"kurtosis", [&] { st::kurtosis<2, double, st::row_major>(q, data, a.get()); }},
-    };
-    for (const auto& [family, call] : calls) {
-        SCOPED_TRACE(family);
-        expect_refusal<tavrel::qnd::unimplemented>(
-            call, prefix + family + ": unimplemented functionality: CPU devices");
-    }
-}
-
 // Method 2 of central_sum and central_moment has no GPU form.
 TEST(MomentChecks, MethodTwoOfTheCentralFamiliesIsRefusedOnTheGpu) {
     sycl::queue q(sycl::gpu_selector_v);
