@@ -26,6 +26,8 @@ struct kurtosis_func_fast : kurtosis_func_fast_base<T, output_array<T, Usm>> {
 
     output_array<T, Usm> out;
 
+    void require(sycl::handler& cgh) const { require_outputs(cgh, out); }
+
     sum_flags flags() const { return {true, true, true, 4}; }
 
     template <typename Tmp>
@@ -40,6 +42,8 @@ struct kurtosis_func_user_mean {
     static constexpr bool user_mean = true;
 
     output_array<T, Usm> out;
+
+    void require(sycl::handler& cgh) const { require_outputs(cgh, out); }
 
     sum_flags flags() const { return user_mean_flags(false, true); }
 

@@ -14,6 +14,8 @@ struct mean_func {
 
     output_array<T, Usm> mean;
 
+    void require(sycl::handler& cgh) const { require_outputs(cgh, mean); }
+
     // Only the first-order sum is gathered.
     sum_flags flags() const { return {false, false, false, 1}; }
 

@@ -44,6 +44,8 @@ struct raw_moment_func_fast : raw_moment_func_fast_base<T, output_array<T, Usm>>
     output_array<T, Usm> out3;
     output_array<T, Usm> out4;
 
+    void require(sycl::handler& cgh) const { require_outputs(cgh, out1, out2, out3, out4); }
+
     sum_flags flags() const {
         return raw_flags(this->has_order2, this->has_order3, this->has_order4);
     }

@@ -21,6 +21,8 @@ struct raw_sum_func_fast {
     output_array<T, Usm> out3;
     output_array<T, Usm> out4;
 
+    void require(sycl::handler& cgh) const { require_outputs(cgh, out1, out2, out3, out4); }
+
     sum_flags flags() const { return raw_flags(has_order2, has_order3, has_order4); }
 
     template <typename Tmp>

@@ -25,6 +25,8 @@ struct skewness_func_fast : skewness_func_fast_base<T, output_array<T, Usm>> {
 
     output_array<T, Usm> out;
 
+    void require(sycl::handler& cgh) const { require_outputs(cgh, out); }
+
     sum_flags flags() const { return {true, true, false, 3}; }
 
     template <typename Tmp>
@@ -38,6 +40,8 @@ struct skewness_func_user_mean {
     static constexpr bool user_mean = true;
 
     output_array<T, Usm> out;
+
+    void require(sycl::handler& cgh) const { require_outputs(cgh, out); }
 
     sum_flags flags() const { return user_mean_flags(true, false); }
 

@@ -15,6 +15,8 @@ struct variation_func_fast {
 
     output_array<T, Usm> out;
 
+    void require(sycl::handler& cgh) const { require_outputs(cgh, out); }
+
     sum_flags flags() const { return {true, false, false, 2}; }
 
     template <typename Tmp>
@@ -30,6 +32,8 @@ struct variation_func_user_mean {
     static constexpr bool user_mean = true;
 
     output_array<T, Usm> out;
+
+    void require(sycl::handler& cgh) const { require_outputs(cgh, out); }
 
     sum_flags flags() const { return user_mean_flags(false, false); }
 

@@ -73,6 +73,8 @@ struct central_fast_outputs : Base {
     output_array<T, Usm> out3;
     output_array<T, Usm> out4;
 
+    void require(sycl::handler& cgh) const { require_outputs(cgh, out2, out3, out4); }
+
     sum_flags flags() const { return central_flags(this->has_order3, this->has_order4); }
 
     template <typename Tmp>
@@ -113,6 +115,8 @@ struct central_user_mean_finisher {
     output_array<T, Usm> out2;
     output_array<T, Usm> out3;
     output_array<T, Usm> out4;
+
+    void require(sycl::handler& cgh) const { require_outputs(cgh, out2, out3, out4); }
 
     sum_flags flags() const { return user_mean_flags(has_order3, has_order4); }
 

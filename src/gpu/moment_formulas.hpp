@@ -16,6 +16,13 @@ using output_array =
                        T*,
                        sycl::accessor<T, 1, sycl::access_mode::read_write, sycl::target::device>>;
 
+// Registers a buffer-form functor's output accessors on a command group, in the order given.
+// Every step of a call registers them, so later work on an output waits for the whole call.
+template <typename... Outputs>
+inline void require_outputs(sycl::handler& cgh, const Outputs&... outputs) {
+    (cgh.require(outputs), ...);
+}
+
 // a * b + c: the one place where the compiler may fuse a product into a sum. Every other
 // product and sum below stands on its own, in the grouping written.
 template <typename T>

@@ -1,0 +1,55 @@
+// The exported kurtosis estimators, buffer form: around the data's own mean, or around a
+// caller's mean.
+#include <sycl/sycl.hpp>
+
+#include "estimators/buffer_frame.hpp"
+#include "estimators/kurtosis.hpp"
+#include "gpu/buffer_functors.hpp"
+#include "gpu/moments_gpu_impl_buffer.hpp"
+
+namespace tavrel::qnd::stats {
+
+// Both method values name this one function.
+template <int M, typename T, layout L>
+void kurtosis(sycl::queue& queue,
+              const dataset<L, sycl::buffer<T, 1>>& data,
+              sycl::buffer<T, 1> kurtosis) {
+    detail::check_argument(kurtosis.size() == 0, "kurtosis", "kurtosis array length is 0");
+    detail::route_buffer(
+        queue, "kurtosis", [&] { detail::cpu::run_kurtosis<T, L>(queue, data, kurtosis); },
+        [&] {
+            using func = detail::gpu::kurtosis_func_fast<T, false>;
+            detail::gpu::submit_basic(queue, data, detail::gpu::make_single_func<func>(kurtosis));
+        });
+}
+
+// Around the caller's mean; the output is checked before the mean.
+template <int M, typename T, layout L>
+void kurtosis(sycl::queue& queue,
+              sycl::buffer<T, 1> mean,
+              const dataset<L, sycl::buffer<T, 1>>& data,
+              sycl::buffer<T, 1> kurtosis) {
+    detail::check_argument(kurtosis.size() == 0, "kurtosis", "kurtosis array length is 0");
+    detail::check_argument(mean.size() == 0, "kurtosis", "mean array length is 0");
+    detail::route_buffer(
+        queue, "kurtosis", [&] { detail::cpu::run_kurtosis<T, L>(queue, mean, data, kurtosis); },
+        [&] {
+            using func = detail::gpu::kurtosis_func_user_mean<T, false>;
+            detail::gpu::submit_basic(queue, mean, data,
+                                      detail::gpu::make_single_func<func>(kurtosis));
+        });
+}
+
+#define QND_KURTOSIS_BUFFER(M, T, L)                                                     \
+    template void kurtosis<M, T, L>(sycl::queue&, const dataset<L, sycl::buffer<T, 1>>&, \
+                                    sycl::buffer<T, 1>);
+#define QND_KURTOSIS_BUFFER_USER_MEAN(M, T, L)                        \
+    template void kurtosis<M, T, L>(sycl::queue&, sycl::buffer<T, 1>, \
+                                    const dataset<L, sycl::buffer<T, 1>>&, sycl::buffer<T, 1>);
+QND_FOR_TYPES_AND_LAYOUTS(QND_KURTOSIS_BUFFER, 1)
+QND_FOR_TYPES_AND_LAYOUTS(QND_KURTOSIS_BUFFER, 2)
+QND_FOR_TYPES_AND_LAYOUTS(QND_KURTOSIS_BUFFER_USER_MEAN, 1)
+#undef QND_KURTOSIS_BUFFER
+#undef QND_KURTOSIS_BUFFER_USER_MEAN
+
+}  // namespace tavrel::qnd::stats
