@@ -1,10 +1,12 @@
 // The buffer forms of the eight moment families: the same results as the pointer forms on the
 // GPU and on the CPU, outputs of size 0 left unwritten, shorter outputs accepted, the words of
 // their checks, and where method values 1 and 2 differ.
+#include <algorithm>
 #include <array>
 #include <cstdint>
-#include <cstring>
 #include <functional>
+#include <memory>
+#include <stdexcept>
 #include <string>
 #include <vector>
 

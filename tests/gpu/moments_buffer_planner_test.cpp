@@ -1,7 +1,9 @@
 // The buffer-form planner of the moment engine beside the pointer form's: the same launches
 // with the same sizes and local memory, kernels named after the accessor functors, and the
 // same sums, at every branch of the launch tree.
+#include <array>
 #include <cstdint>
+#include <memory>
 #include <string>
 #include <vector>
 
