@@ -17,20 +17,6 @@ inline void check_argument(bool refused, const char* family, const char* words) 
         throw invalid_argument("stats", family, words);
 }
 
-// Sends a pointer-form call to the engine of the queue's device. The CPU question comes first,
-// so a device that is both is served as a CPU; a device that is neither is refused.
-template <typename OnGpu>
-sycl::event route_usm(sycl::queue& queue, const char* family, OnGpu&& on_gpu) {
-    if (queue.get_device().is_cpu()) {
-        // The CPU engine is not wired into this library yet.
-        throw unimplemented("stats", family, "CPU devices");
-    }
-    if (!queue.get_device().is_gpu()) {
-        throw unsupported_device("stats", family, queue.get_device());
-    }
-    return on_gpu();
-}
-
 // Sends a pointer-form call to the engine of the queue's device: `on_cpu` (the host task of the
 // CPU path) on a CPU, `on_gpu` on a GPU. The CPU question comes first, so a device that is both
 // is served as a CPU; a device that is neither is refused.
