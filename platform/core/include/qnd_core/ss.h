@@ -24,8 +24,10 @@ extern "C" {
 #define QND_CORE_LIBRARY_ENV "QND_CORE_LIBRARY_PATH"
 /* Upper bound on the threads of the omp and pool layers (a positive decimal count). */
 #define QND_NUM_THREADS_ENV "QND_NUM_THREADS"
-/* Forces a narrower vector path of the component: "sse2", "avx2" or "avx512". The component
- * never goes wider than the processor supports, whatever this says. */
+/* Forces one vector path of the component for both element types: "sse2", "avx2" or "avx512".
+ * Unset, a processor with 512-bit vectors runs float data on them and double data on the
+ * 256-bit path, the faster pair there. The component never goes wider than the processor
+ * supports, whatever this says. */
 #define QND_CORE_ISA_ENV "QND_CORE_ISA"
 
 /* ------------------------------------------------------------------------------------------
