@@ -23,6 +23,10 @@ char directory[PATH_MAX];
 std::atomic<void*> layer_slot{nullptr};
 std::atomic<void*> print_slot{nullptr};
 std::atomic<void*> load_ktn_slot{nullptr};
+std::atomic<void*> lock_slot{nullptr};
+std::atomic<void*> unlock_slot{nullptr};
+std::atomic<void*> getenv_slot{nullptr};
+std::atomic<void*> exit_slot{nullptr};
 
 // What the dynamic loader does when a library or a symbol is missing: a line and status 127.
 [[noreturn]] void loader_failure(const char* what, const char* detail) {
@@ -146,6 +150,27 @@ void qnd_serv_print(int kind, int message, int count, const char* argument) {
     using fn = void(std::int32_t, std::int32_t, std::int32_t, ...);
     slot_entry<fn>(print_slot, "qnd_serv_print", threading_layer_entry)(kind, message, count,
                                                                         argument);
+}
+
+void qnd_serv_lock(std::int32_t* word) {
+    using fn = void(std::int32_t*);
+    slot_entry<fn>(lock_slot, "qnd_serv_lock", threading_layer_entry)(word);
+}
+
+void qnd_serv_unlock(std::int32_t* word) {
+    using fn = void(std::int32_t*);
+    slot_entry<fn>(unlock_slot, "qnd_serv_unlock", threading_layer_entry)(word);
+}
+
+std::int32_t qnd_serv_getenv(const char* name, char* buffer, std::int32_t size) {
+    using fn = std::int32_t(const char*, char*, std::int32_t);
+    return slot_entry<fn>(getenv_slot, "qnd_serv_getenv", threading_layer_entry)(name, buffer,
+                                                                                 size);
+}
+
+void qnd_serv_exit(std::int32_t code) {
+    using fn = void(std::int32_t);
+    slot_entry<fn>(exit_slot, "qnd_serv_exit", threading_layer_entry)(code);
 }
 
 }  // namespace tavrel::qnd::stats::detail::cpu

@@ -46,6 +46,13 @@ const ss_threader_table* threader_table();
 void* qnd_serv_load_ktn();
 void qnd_serv_print(int kind, int message, int count);
 void qnd_serv_print(int kind, int message, int count, const char* argument);
+void qnd_serv_lock(std::int32_t* word);
+void qnd_serv_unlock(std::int32_t* word);
+// The length of the variable's value (its first size - 1 bytes copied into buffer, terminated),
+// 0 or less if it is not set.
+std::int32_t qnd_serv_getenv(const char* name, char* buffer, std::int32_t size);
+// Ends the process with `code` in the threading layer's way.
+void qnd_serv_exit(std::int32_t code);
 
 // The address in `slot`, bound through `bind(name)` on first use. Two threads may bind together;
 // both store the same value.

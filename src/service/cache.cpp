@@ -1,0 +1,174 @@
+// The caches of contexts and queues and the three exported functions that fill and read them.
+#include "service/cache.hpp"
+
+#include <memory>
+
+#include "service/interop_loader.hpp"
+#include "tavrel/qnd/gpu.hpp"
+
+namespace tavrel::qnd::gpu::detail {
+
+cache_pair<sycl::context, sycl::queue> service_caches;
+rw_spin_word context_cache_word{0};
+rw_spin_word queue_cache_word{0};
+
+sycl::context make_opencl_context(void* native_context) {
+    return sycl::detail::make_context(reinterpret_cast<std::uintptr_t>(native_context),
+                                      sycl::async_handler{}, backend_opencl, false, {});
+}
+
+sycl::context make_driver_context(void* native_context, const sycl::device& device) {
+    return sycl::detail::make_context(reinterpret_cast<std::uintptr_t>(native_context),
+                                      sycl::async_handler{}, backend_driver, true, {device});
+}
+
+std::int32_t driver_queue_description(void* interop) {
+    std::int32_t code = -1;
+    const std::intptr_t immediate = omp_get_interop_int(interop, property_immediate, &code);
+    return immediate != 0 && code == 0 ? 1 : 0;
+}
+
+sycl::queue make_driver_queue(void* native_queue, const sycl::context& context, void* interop) {
+    const std::int32_t description = driver_queue_description(interop);
+    const sycl::device device = context.get_devices().front();
+    return sycl::detail::make_queue(reinterpret_cast<std::uintptr_t>(native_queue), description,
+                                    context, &device, true, sycl::property_list{},
+                                    sycl::async_handler{}, backend_driver);
+}
+
+namespace {
+
+// The cached value of `key` under a read lock, or null. The address stays good after the
+// release: nodes never move.
+template <typename Map, typename Key>
+auto* find_under_read_lock(Map& map, rw_spin_word& word, const Key& key) {
+    read_lock(word);
+    auto* found = map.find(key);
+    read_unlock(word);
+    return found;
+}
+
+}  // namespace
+
+}  // namespace tavrel::qnd::gpu::detail
+
+namespace tavrel::qnd::gpu {
+
+using namespace detail;
+
+// A miss makes the object on the heap and copies it into a default-inserted entry: the first
+// caller for a key gets the heap object, which is never freed, later callers the entry. Both
+// are handles of one runtime object.
+
+sycl::context* lookup_and_cache_zarth_context(void* native_context,
+                                              void* native_device,
+                                              qnd_gpu_backend_t backend,
+                                              sycl::device* device) {
+    const context_key key{native_context, native_device};
+    auto& cache = service_caches.context_cache;
+    if (sycl::context* found = find_under_read_lock(cache, context_cache_word, key))
+        return found;
+    write_lock(context_cache_word);
+    if (sycl::context* found = cache.find(key)) {
+        write_unlock(context_cache_word);
+        return found;
+    }
+    // An exception from here on leaves the word locked.
+    auto made = std::make_unique<sycl::context>(backend == qnd_gpu_backend_driver
+                                                    ? make_driver_context(native_context, *device)
+                                                    : make_opencl_context(native_context));
+    cache.find_or_insert(key) = *made;
+    write_unlock(context_cache_word);
+    return made.release();
+}
+
+sycl::queue* lookup_and_cache_zarth_queue(void* native_queue,
+                                          qnd_gpu_backend_t backend,
+                                          sycl::context context,
+                                          void* interop) {
+    const queue_key key{native_queue};
+    auto& cache = service_caches.queue_cache;
+    if (sycl::queue* found = find_under_read_lock(cache, queue_cache_word, key))
+        return found;
+    write_lock(queue_cache_word);
+    if (sycl::queue* found = cache.find(key)) {
+        write_unlock(queue_cache_word);
+        return found;
+    }
+    auto made = std::make_unique<sycl::queue>(
+        backend == qnd_gpu_backend_driver
+            ? make_driver_queue(native_queue, context, interop)
+            : make_opencl_queue(native_queue, context, sycl::async_handler{}));
+    cache.find_or_insert(key) = *made;
+    write_unlock(queue_cache_word);
+    return made.release();
+}
+
+sycl::queue* lookup_and_cache_zarth_queue_and_context(void* interop) {
+    // The kind is read without a test of the pointer; everything but 2 is taken as OpenCL.
+    void* kind = nullptr;
+    if (__tgt_get_interop_property(interop, property_kind, &kind) != 0)
+        return nullptr;
+    const std::int32_t k = *static_cast<const std::int32_t*>(kind);
+    const bool driver = k == 2;
+
+    void* device_handle = nullptr;
+    void* context_handle = nullptr;
+    void* queue_handle = nullptr;
+    if (driver) {
+        if (__tgt_get_interop_property(interop, property_context, &context_handle) != 0 ||
+            __tgt_get_interop_property(interop, property_queue, &queue_handle) != 0 ||
+            __tgt_get_interop_property(interop, property_device, &device_handle) != 0)
+            return nullptr;
+    } else {
+        if (__tgt_get_interop_property(interop, property_opencl_context, &context_handle) != 0 ||
+            __tgt_get_interop_property(interop, property_queue, &queue_handle) != 0)
+            return nullptr;
+    }
+
+    const queue_key queue_key_{queue_handle};
+    auto& queues = service_caches.queue_cache;
+    if (sycl::queue* found = find_under_read_lock(queues, queue_cache_word, queue_key_))
+        return found;
+
+    // The context: cached, or made under the context cache's write lock.
+    sycl::context context{sycl::property_list{}};
+    const context_key context_key_{context_handle, device_handle};
+    auto& contexts = service_caches.context_cache;
+    read_lock(context_cache_word);
+    if (sycl::context* found = contexts.find(context_key_)) {
+        context = *found;
+        read_unlock(context_cache_word);
+    } else {
+        read_unlock(context_cache_word);
+        write_lock(context_cache_word);
+        if (sycl::context* found_now = contexts.find(context_key_)) {
+            context = *found_now;
+        } else {
+            // An exception from here on leaves the word locked.
+            if (driver) {
+                const sycl::device device = find_driver_device(&device_handle);
+                context = make_driver_context(context_handle, device);
+            } else {
+                context = make_opencl_context(context_handle);
+            }
+            contexts.find_or_insert(context_key_) = context;
+        }
+        write_unlock(context_cache_word);
+    }
+
+    // The queue, unless another thread made it meanwhile.
+    write_lock(queue_cache_word);
+    if (sycl::queue* found = queues.find(queue_key_)) {
+        write_unlock(queue_cache_word);
+        return found;
+    }
+    auto made = std::make_unique<sycl::queue>(
+        driver ? make_driver_queue(queue_handle, context, interop)
+               : make_opencl_queue(queue_handle, context, sycl::async_handler{}));
+    queues.find_or_insert(queue_key_) = *made;
+    write_unlock(queue_cache_word);
+    return made.release();
+}
+
+}  // namespace tavrel::qnd::gpu

@@ -1,0 +1,193 @@
+// The five interop entries of the offload runtime, bound all or nothing on first use, and the
+// search of the driver runtime's devices among the SYCL devices.
+#include "service/interop_loader.hpp"
+
+#include <dlfcn.h>
+
+#include <atomic>
+
+#include "cpu/threading_layer.hpp"
+
+namespace tavrel::qnd::gpu::detail {
+
+namespace cpu = stats::detail::cpu;
+
+namespace {
+
+enum interop_entry : int {
+    get_interop_property,
+    get_interop_int,
+    get_interop_ptr,
+    get_interop_str,
+    add_completion_callback,
+    interop_entry_count
+};
+
+// In the order of binding.
+constexpr const char* entry_names[interop_entry_count] = {
+    "__tgt_get_interop_property", "omp_get_interop_int", "omp_get_interop_ptr",
+    "omp_get_interop_str", "ompx_interop_add_completion_callback"};
+
+// The text of message 3 for a missing entry.
+constexpr const char* quoted_entry_names[interop_entry_count] = {
+    "'__tgt_get_interop_property'", "'omp_get_interop_int'", "'omp_get_interop_ptr'",
+    "'omp_get_interop_str'", "'ompx_interop_add_completion_callback'"};
+
+std::atomic<void*> entry_slots[interop_entry_count] = {};
+
+// Guarded by load_lock: 0 never tried, 1 loaded, -1 failed.
+std::int32_t load_lock = 0;
+std::int32_t load_state = 0;
+std::int32_t load_result = -1;
+
+constexpr sycl::info::device_type driver_device_type = static_cast<sycl::info::device_type>(2);
+
+// The entry's address, after one load attempt if its slot is empty; null if it cannot be had.
+template <typename Fn>
+Fn* bound_entry(interop_entry entry) {
+    void* address = entry_slots[entry].load(std::memory_order_acquire);
+    if (address == nullptr) {
+        load_interop_entries();
+        address = entry_slots[entry].load(std::memory_order_acquire);
+    }
+    return reinterpret_cast<Fn*>(address);
+}
+
+// A direct call of a missing entry ends the process; the layer's exit does not return.
+void report_missing_entry(interop_entry entry) {
+    cpu::qnd_serv_print(0, 3, 1, quoted_entry_names[entry]);
+    cpu::qnd_serv_exit(2);
+}
+
+}  // namespace
+
+int load_interop_entries() {
+    cpu::qnd_serv_lock(&load_lock);
+    if (load_state != 0) {
+        load_result = load_state == 1 ? 0 : -1;
+    } else {
+        // The handle is not kept: the runtime stays loaded for the life of the process.
+        if (void* library = dlopen("libomptarget.so", RTLD_NOW | RTLD_LOCAL)) {
+            int bound = 0;
+            for (; bound < interop_entry_count; ++bound) {
+                void* address = dlsym(library, entry_names[bound]);
+                if (address == nullptr)
+                    break;
+                entry_slots[bound].store(address, std::memory_order_release);
+            }
+            if (bound == interop_entry_count)
+                load_result = 0;
+        }
+        load_state = load_result == 0 ? 1 : -1;
+    }
+    const int result = load_result;
+    cpu::qnd_serv_unlock(&load_lock);
+    return result;
+}
+
+std::int32_t __tgt_get_interop_property(void* interop, std::int32_t property, void** result) {
+    using fn = std::int32_t(void*, std::int32_t, void**);
+    fn* entry = bound_entry<fn>(get_interop_property);
+    if (entry == nullptr) {
+        report_missing_entry(get_interop_property);
+        return 1;
+    }
+    return entry(interop, property, result);
+}
+
+std::intptr_t omp_get_interop_int(void* interop, std::int32_t property, std::int32_t* code) {
+    using fn = std::intptr_t(void*, std::int32_t, std::int32_t*);
+    fn* entry = bound_entry<fn>(get_interop_int);
+    if (entry == nullptr) {
+        report_missing_entry(get_interop_int);
+        return 0;
+    }
+    return entry(interop, property, code);
+}
+
+void* omp_get_interop_ptr(void* interop, std::int32_t property, std::int32_t* code) {
+    using fn = void*(void*, std::int32_t, std::int32_t*);
+    fn* entry = bound_entry<fn>(get_interop_ptr);
+    if (entry == nullptr) {
+        report_missing_entry(get_interop_ptr);
+        return nullptr;
+    }
+    return entry(interop, property, code);
+}
+
+const char* omp_get_interop_str(void* interop, std::int32_t property, std::int32_t* code) {
+    using fn = const char*(void*, std::int32_t, std::int32_t*);
+    fn* entry = bound_entry<fn>(get_interop_str);
+    if (entry == nullptr) {
+        report_missing_entry(get_interop_str);
+        return nullptr;
+    }
+    return entry(interop, property, code);
+}
+
+std::int32_t ompx_interop_add_completion_callback(void* interop,
+                                                  void (*callback)(void*),
+                                                  void* data) {
+    using fn = std::int32_t(void*, void (*)(void*), void*);
+    fn* entry = bound_entry<fn>(add_completion_callback);
+    if (entry == nullptr) {
+        report_missing_entry(add_completion_callback);
+        return 0;
+    }
+    return entry(interop, callback, data);
+}
+
+int interop_memory_usable() {
+    // Only the first character counts: "10" asks for SVM, "01" does not.
+    char value[10] = {};
+    const std::int32_t length =
+        cpu::qnd_serv_getenv("LIBOMPTARGET_OPENCL_USE_SVM", value, sizeof value);
+    return length > 0 && value[0] == '1' ? 0 : 1;
+}
+
+sycl::queue make_opencl_queue(void* native_queue,
+                              const sycl::context& context,
+                              const sycl::async_handler& handler) {
+    return sycl::detail::make_queue(reinterpret_cast<std::uintptr_t>(native_queue), 0, context,
+                                    nullptr, false, sycl::property_list{}, handler, backend_opencl);
+}
+
+sycl::device find_driver_device(void* const* native_device) {
+    const std::vector<sycl::platform> platforms = sycl::platform::get_platforms();
+    if (!platforms.empty()) {
+        for (const sycl::platform& platform : platforms) {
+            if (platform.get_backend() != backend_driver)
+                continue;
+            for (const sycl::device& device : platform.get_devices(driver_device_type)) {
+                if (std::optional<sycl::device> found = match_native_device(device, native_device))
+                    return *found;
+            }
+        }
+    }
+    throw sycl::exception(sycl::make_error_code(sycl::errc::invalid),
+                          "Native device isn't exposed to SYCL.");
+}
+
+std::optional<sycl::device> match_native_device(const sycl::device& device,
+                                                void* const* native_device) {
+    if (device.get_backend() != backend_driver)
+        throw sycl::exception(sycl::make_error_code(sycl::errc::backend_mismatch),
+                              "Backends mismatch");
+    if (sycl::get_native<backend_driver>(device) == *native_device)
+        return device;
+    // Depth first through the sub-devices by affinity domain, as far as the tree goes.
+    constexpr auto by_affinity = sycl::info::partition_property::partition_by_affinity_domain;
+    for (sycl::info::partition_property property :
+         device.get_info<sycl::info::device::partition_properties>()) {
+        if (property != by_affinity)
+            continue;
+        for (const sycl::device& sub_device : device.create_sub_devices<by_affinity>(
+                 sycl::info::partition_affinity_domain::next_partitionable)) {
+            if (std::optional<sycl::device> found = match_native_device(sub_device, native_device))
+                return found;
+        }
+    }
+    return std::nullopt;
+}
+
+}  // namespace tavrel::qnd::gpu::detail
