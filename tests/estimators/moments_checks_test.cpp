@@ -1,6 +1,7 @@
 // The checks of the moment families and their words, the order in which they are made, the
 // refusals by device and method, and what stops a call before anything is enqueued: a failed
 // dependency and a launch range past 31 bits.
+#include <array>
 #include <cstdint>
 #include <functional>
 #include <stdexcept>
@@ -11,7 +12,8 @@
 #include <sycl/sycl.hpp>
 
 #include "gpu/range_check.hpp"
-#include "support/launch_log.hpp"
+#include "support/moment_families.hpp"
+#include "support/refusals.hpp"
 #include "support/usm_array.hpp"
 #include "tavrel/qnd/exceptions.hpp"
 #include "tavrel/qnd/stats.hpp"
@@ -22,129 +24,35 @@ namespace st = tavrel::qnd::stats;
 using namespace qnd_test;
 using ds = st::dataset<st::row_major, double*>;
 
-// Runs `call`, expects an exception of type E with exactly `text`, and no launch at all.
-template <typename E>
-void expect_refusal(const std::function<void()>& call, const std::string& text) {
-    bool thrown = false;
-    const auto log = record_launches([&] {
-        try {
-            call();
-        } catch (const E& e) {
-            thrown = true;
-            EXPECT_EQ(std::string(e.what()), text);
-        }
-    });
-    EXPECT_TRUE(thrown) << "expected: " << text;
-    EXPECT_TRUE(log.empty()) << "launched: " << describe(log);
-}
-
-struct check_case {
-    const char* what;
-    std::function<void(sycl::queue&, const ds&, double*, double*)>
-        call;  // (queue, data, out, mean)
-    const char* text;
-};
-
 const std::string prefix = "tavrel::qnd::stats::";
 
-// Each call passes null where the check should fire; `o` is a valid output, `m` a valid mean.
-const std::vector<check_case>& check_cases() {
-    static const std::vector<check_case> cases{
-        {"mean",
-         [](auto& q, auto& d, double*, double*) {
-             st::mean<1, double, st::row_major>(q, d, nullptr);
-         },
-         "mean: invalid argument: mean is nullptr"},
-        {"raw_sum",
-         [](auto& q, auto& d, double*, double*) {
-             st::raw_sum<2, double, st::row_major>(q, d, nullptr, nullptr, nullptr, nullptr);
-         },
-         "raw_sum: invalid argument: all sums are nullptr"},
-        {"raw_moment",
-         [](auto& q, auto& d, double*, double*) {
-             st::raw_moment<1, double, st::row_major>(q, d, nullptr, nullptr, nullptr, nullptr);
-         },
-         "raw_moment: invalid argument: all moments are nullptr"},
-        {"central_sum",
-         [](auto& q, auto& d, double*, double*) {
-             st::central_sum<1, double, st::row_major>(q, d, nullptr, nullptr, nullptr);
-         },
-         "central_sum: invalid argument: all sums are nullptr"},
-        {"central_sum, method 2: the argument check comes before the method",
-         [](auto& q, auto& d, double*, double*) {
-             st::central_sum<2, double, st::row_major>(q, d, nullptr, nullptr, nullptr);
-         },
-         "central_sum: invalid argument: all sums are nullptr"},
-        {"central_sum with a mean, both missing: the outputs are reported",
-         [](auto& q, auto& d, double*, double*) {
-             st::central_sum<1, double, st::row_major>(q, nullptr, d, nullptr, nullptr, nullptr);
-         },
-         "central_sum: invalid argument: all sums are nullptr"},
-        {"central_sum with a valid mean, no outputs",
-         [](auto& q, auto& d, double*, double* m) {
-             st::central_sum<1, double, st::row_major>(q, m, d, nullptr, nullptr, nullptr);
-         },
-         "central_sum: invalid argument: all sums are nullptr"},
-        {"central_sum, mean missing",
-         [](auto& q, auto& d, double* o, double*) {
-             st::central_sum<1, double, st::row_major>(q, nullptr, d, nullptr, o, nullptr);
-         },
-         "central_sum: invalid argument: mean is nullptr"},
-        {"central_moment, method 2",
-         [](auto& q, auto& d, double*, double*) {
-             st::central_moment<2, double, st::row_major>(q, d, nullptr, nullptr, nullptr);
-         },
-         "central_moment: invalid argument: all moments are nullptr"},
-        {"central_moment, mean missing",
-         [](auto& q, auto& d, double* o, double*) {
-             st::central_moment<1, double, st::row_major>(q, nullptr, d, o, nullptr, nullptr);
-         },
-         "central_moment: invalid argument: mean is nullptr"},
-        {"variation",
-         [](auto& q, auto& d, double*, double*) {
-             st::variation<2, double, st::row_major>(q, d, nullptr);
-         },
-         "variation: invalid argument: variation is nullptr"},
-        {"variation with a mean, both missing",
-         [](auto& q, auto& d, double*, double*) {
-             st::variation<1, double, st::row_major>(q, nullptr, d, nullptr);
-         },
-         "variation: invalid argument: variation is nullptr"},
-        {"variation, mean missing",
-         [](auto& q, auto& d, double* o, double*) {
-             st::variation<1, double, st::row_major>(q, nullptr, d, o);
-         },
-         "variation: invalid argument: mean is nullptr"},
-        {"skewness",
-         [](auto& q, auto& d, double*, double*) {
-             st::skewness<1, double, st::row_major>(q, d, nullptr);
-         },
-         "skewness: invalid argument: skewness is nullptr"},
-        {"skewness, mean missing",
-         [](auto& q, auto& d, double* o, double*) {
-             st::skewness<1, double, st::row_major>(q, nullptr, d, o);
-         },
-         "skewness: invalid argument: mean is nullptr"},
-        {"kurtosis",
-         [](auto& q, auto& d, double*, double*) {
-             st::kurtosis<2, double, st::row_major>(q, d, nullptr);
-         },
-         "kurtosis: invalid argument: kurtosis is nullptr"},
-        {"kurtosis with a mean, both missing",
-         [](auto& q, auto& d, double*, double*) {
-             st::kurtosis<1, double, st::row_major>(q, nullptr, d, nullptr);
-         },
-         "kurtosis: invalid argument: kurtosis is nullptr"},
-        {"kurtosis, mean missing",
-         [](auto& q, auto& d, double* o, double*) {
-             st::kurtosis<1, double, st::row_major>(q, nullptr, d, o);
-         },
-         "kurtosis: invalid argument: mean is nullptr"},
-    };
-    return cases;
+// The forms with a caller's mean, which may be null here (call_moment_family takes a null mean
+// for the form without one).
+void call_with_mean(moment_family family, sycl::queue& q, double* m, const ds& d, double* o) {
+    switch (family) {
+        case moment_family::central_sum:
+            st::central_sum<1, double, st::row_major>(q, m, d, nullptr, o, nullptr);
+            return;
+        case moment_family::central_moment:
+            st::central_moment<1, double, st::row_major>(q, m, d, o, nullptr, nullptr);
+            return;
+        case moment_family::variation:
+            st::variation<1, double, st::row_major>(q, m, d, o);
+            return;
+        case moment_family::skewness:
+            st::skewness<1, double, st::row_major>(q, m, d, o);
+            return;
+        case moment_family::kurtosis:
+            st::kurtosis<1, double, st::row_major>(q, m, d, o);
+            return;
+        default:
+            FAIL() << "no form with a caller's mean";
+    }
 }
 
-// The argument checks come first, on a GPU and on a CPU queue alike.
+// The argument checks come first, on a GPU and on a CPU queue alike, under both method values
+// (before the refusal of value 2 of the central families on a GPU). With a caller's mean the
+// outputs are tested before the mean.
 TEST(MomentChecks, MissingOutputsAreRefusedWithTheirWords) {
     for (const sycl::device& dev :
          {sycl::device(sycl::gpu_selector_v), sycl::device(sycl::cpu_selector_v)}) {
@@ -152,10 +60,26 @@ TEST(MomentChecks, MissingOutputsAreRefusedWithTheirWords) {
         usm_array<double> obs(q, std::vector<double>{1, 2, 3});
         usm_array<double> out(q, 1), mean(q, 1);
         const ds data{1, 3, obs.get()};
-        for (const check_case& c : check_cases()) {
-            SCOPED_TRACE(std::string(c.what) + (dev.is_cpu() ? " on the CPU" : " on the GPU"));
+        const std::array<double*, 4> none{};
+        for (const moment_family_info& f : moment_families()) {
+            const std::string head = prefix + f.name + ": invalid argument: ";
+            const std::string outputs_text = head + missing_outputs(f.family, false);
+            SCOPED_TRACE(std::string(f.name) + (dev.is_cpu() ? " on the CPU" : " on the GPU"));
             expect_refusal<tavrel::qnd::invalid_argument>(
-                [&] { c.call(q, data, out.get(), mean.get()); }, prefix + c.text);
+                [&] { call_moment_family<1, double>(f.family, q, nullptr, data, none); },
+                outputs_text);
+            expect_refusal<tavrel::qnd::invalid_argument>(
+                [&] { call_moment_family<2, double>(f.family, q, nullptr, data, none); },
+                outputs_text);
+            if (!f.takes_user_mean)
+                continue;
+            expect_refusal<tavrel::qnd::invalid_argument>(
+                [&] { call_with_mean(f.family, q, nullptr, data, nullptr); }, outputs_text);
+            expect_refusal<tavrel::qnd::invalid_argument>(
+                [&] { call_with_mean(f.family, q, mean.get(), data, nullptr); }, outputs_text);
+            expect_refusal<tavrel::qnd::invalid_argument>(
+                [&] { call_with_mean(f.family, q, nullptr, data, out.get()); },
+                head + "mean is nullptr");
         }
     }
 }

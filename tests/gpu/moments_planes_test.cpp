@@ -2,6 +2,7 @@
 // asks for in a next step, and correct results where the kept powers leave gaps. Also the
 // finishers that store the mean and raw moments besides (used by the offload path), through
 // the planner.
+#include <array>
 #include <cstdint>
 #include <functional>
 #include <string>
@@ -18,6 +19,7 @@
 #include "gpu/moments_gpu_impl.hpp"
 #include "support/data.hpp"
 #include "support/launch_log.hpp"
+#include "support/moment_families.hpp"
 #include "support/reference.hpp"
 #include "support/usm_array.hpp"
 #include "tavrel/qnd/stats.hpp"
@@ -82,137 +84,71 @@ std::pair<std::size_t, std::size_t> next_step_local_elements(const std::function
 }
 
 struct plane_case {
-    const char* name;
+    moment_family family;
+    std::array<bool, 4> given;  // outputs given, in declaration order
+    bool user_mean;
     std::size_t planes;  // P
-    std::function<void(fixture&)> call;
 };
 
+// Each row leaves out what makes the kept powers leave a gap, or keeps them all.
 const std::vector<plane_case>& plane_cases() {
-    using L = std::integral_constant<st::layout, st::row_major>;
+    using mf = moment_family;
     static const std::vector<plane_case> cases{
-        {"mean", 1, [](fixture& f) { st::mean<1, double, L::value>(f.q, f.data, f.out(0)); }},
-        {"raw_sum 1", 1,
-         [](fixture& f) {
-             st::raw_sum<1, double, L::value>(f.q, f.data, f.out(0), nullptr, nullptr, nullptr);
-         }},
-        {"raw_sum 1, 2", 2,
-         [](fixture& f) {
-             st::raw_sum<1, double, L::value>(f.q, f.data, f.out(0), f.out(1), nullptr, nullptr);
-         }},
-        {"raw_sum 1, 3", 3,
-         [](fixture& f) {
-             st::raw_sum<1, double, L::value>(f.q, f.data, f.out(0), nullptr, f.out(2), nullptr);
-         }},
-        {"raw_sum 1, 4", 4,
-         [](fixture& f) {
-             st::raw_sum<1, double, L::value>(f.q, f.data, f.out(0), nullptr, nullptr, f.out(3));
-         }},
-        {"raw_moment 1, 2", 2,
-         [](fixture& f) {
-             st::raw_moment<1, double, L::value>(f.q, f.data, f.out(0), f.out(1), nullptr, nullptr);
-         }},
-        {"central_sum 2", 2,
-         [](fixture& f) {
-             st::central_sum<1, double, L::value>(f.q, f.data, f.out(0), nullptr, nullptr);
-         }},
-        {"central_sum 2, 3", 3,
-         [](fixture& f) {
-             st::central_sum<1, double, L::value>(f.q, f.data, f.out(0), f.out(1), nullptr);
-         }},
-        {"central_moment 2, 4", 4,
-         [](fixture& f) {
-             st::central_moment<1, double, L::value>(f.q, f.data, f.out(0), nullptr, f.out(2));
-         }},
-        {"central_sum around a mean, 2", 1,
-         [](fixture& f) {
-             st::central_sum<1, double, L::value>(f.q, f.centre.get(), f.data, f.out(0), nullptr,
-                                                  nullptr);
-         }},
-        {"central_sum around a mean, 2, 3", 2,
-         [](fixture& f) {
-             st::central_sum<1, double, L::value>(f.q, f.centre.get(), f.data, f.out(0), f.out(1),
-                                                  nullptr);
-         }},
-        {"central_moment around a mean, 2, 4", 3,
-         [](fixture& f) {
-             st::central_moment<1, double, L::value>(f.q, f.centre.get(), f.data, f.out(0), nullptr,
-                                                     f.out(2));
-         }},
-        {"variation", 2,
-         [](fixture& f) { st::variation<1, double, L::value>(f.q, f.data, f.out(0)); }},
-        {"skewness", 3,
-         [](fixture& f) { st::skewness<1, double, L::value>(f.q, f.data, f.out(0)); }},
-        {"kurtosis", 4,
-         [](fixture& f) { st::kurtosis<1, double, L::value>(f.q, f.data, f.out(0)); }},
-        {"variation around a mean", 1,
-         [](fixture& f) {
-             st::variation<1, double, L::value>(f.q, f.centre.get(), f.data, f.out(0));
-         }},
-        {"skewness around a mean", 2,
-         [](fixture& f) {
-             st::skewness<1, double, L::value>(f.q, f.centre.get(), f.data, f.out(0));
-         }},
-        {"kurtosis around a mean", 3,
-         [](fixture& f) {
-             st::kurtosis<1, double, L::value>(f.q, f.centre.get(), f.data, f.out(0));
-         }},
+        {mf::mean, {1, 0, 0, 0}, false, 1},
+        {mf::raw_sum, {1, 0, 0, 0}, false, 1},
+        {mf::raw_sum, {1, 1, 0, 0}, false, 2},
+        {mf::raw_sum, {1, 0, 1, 0}, false, 3},
+        {mf::raw_sum, {1, 0, 0, 1}, false, 4},  // the fourth power sits in plane 1
+        {mf::raw_moment, {1, 1, 0, 0}, false, 2},
+        {mf::central_sum, {1, 0, 0, 0}, false, 2},
+        {mf::central_sum, {1, 1, 0, 0}, false, 3},  // order 3 without order 4
+        {mf::central_moment, {1, 0, 1, 0}, false, 4},
+        {mf::central_sum, {1, 0, 0, 0}, true, 1},
+        {mf::central_sum, {1, 1, 0, 0}, true, 2},
+        {mf::central_moment, {1, 0, 1, 0}, true, 3},
+        {mf::variation, {1, 0, 0, 0}, false, 2},
+        {mf::skewness, {1, 0, 0, 0}, false, 3},
+        {mf::kurtosis, {1, 0, 0, 0}, false, 4},
+        {mf::variation, {1, 0, 0, 0}, true, 1},
+        {mf::skewness, {1, 0, 0, 0}, true, 2},
+        {mf::kurtosis, {1, 0, 0, 0}, true, 3},  // no third power: the fourth in plane 1
     };
     return cases;
 }
 
 // A next step asks for P planes of local memory, one more with weights (for P = 1 computed as
-// a shift), whatever gap the kept powers leave.
+// a shift), whatever gap the kept powers leave; the outputs given are right and the others
+// unwritten.
 TEST(MomentPlanes, LocalMemoryOfNextStepsFollowsPlaneCount) {
     for (bool weighted : {false, true}) {
         for (const plane_case& pc : plane_cases()) {
-            SCOPED_TRACE(std::string(pc.name) + (weighted ? ", weighted" : ""));
+            const moment_family_info& info = moment_families()[static_cast<int>(pc.family)];
+            SCOPED_TRACE(testing::Message()
+                         << info.name << (pc.user_mean ? " around a mean" : "") << " given "
+                         << pc.given[0] << pc.given[1] << pc.given[2] << pc.given[3]
+                         << (weighted ? ", weighted" : ""));
             fixture f(weighted);
-            const auto [intermediate, last] = next_step_local_elements([&] { pc.call(f); });
+            std::array<double*, 4> outs{};
+            for (int k = 0; k < 4; ++k)
+                outs[k] = pc.given[k] ? f.out(k) : nullptr;
+            const auto [intermediate, last] = next_step_local_elements([&] {
+                call_moment_family<1, double>(
+                    pc.family, f.q, pc.user_mean ? f.centre.get() : nullptr, f.data, outs);
+            });
             const std::size_t planes = pc.planes + (weighted ? 1 : 0);
             EXPECT_EQ(intermediate, planes * group_size);
             EXPECT_EQ(last, planes * 2);
-        }
-    }
-}
-
-// Orders 1 and 4 only: the fourth power sits in plane 1; orders 2 and 3 stay unwritten.
-TEST(MomentPlanes, RawSumOfOrdersOneAndFourOnly) {
-    for (bool weighted : {false, true}) {
-        fixture f(weighted);
-        st::raw_sum<1, double, st::row_major>(f.q, f.data, f.out(0), nullptr, nullptr, f.out(3));
-        for (std::int64_t d = 0; d < n_dims; ++d) {
-            const moment_reference r = f.own(d);
-            EXPECT_TRUE(close_to(f.at(0, d), r.raw[1], 1e-12L));
-            EXPECT_TRUE(close_to(f.at(3, d), r.raw[4], 1e-12L));
-            EXPECT_EQ(f.at(1, d), untouched);
-            EXPECT_EQ(f.at(2, d), untouched);
-        }
-    }
-}
-
-// Around a caller's mean kurtosis keeps no third power: its fourth stands in plane 1.
-TEST(MomentPlanes, KurtosisAroundACallersMean) {
-    for (bool weighted : {false, true}) {
-        fixture f(weighted);
-        st::kurtosis<1, double, st::row_major>(f.q, f.centre.get(), f.data, f.out(0));
-        for (std::int64_t d = 0; d < n_dims; ++d) {
-            const moment_reference r = f.around(d);
-            const long double v = r.dev[2] * (r.w / (r.w * r.w - r.w2));
-            EXPECT_TRUE(close_to(f.at(0, d), (r.dev[4] / r.w) / (v * v) - 3.0L, 1e-10L));
-        }
-    }
-}
-
-// Order 3 without order 4: orders 2 and 3 written, order 4 untouched.
-TEST(MomentPlanes, CentralSumOfOrderThreeWithoutFour) {
-    for (bool weighted : {false, true}) {
-        fixture f(weighted);
-        st::central_sum<1, double, st::row_major>(f.q, f.data, f.out(0), f.out(1), nullptr);
-        for (std::int64_t d = 0; d < n_dims; ++d) {
-            const moment_reference r = f.own(d);
-            EXPECT_TRUE(close_to(f.at(0, d), r.dev[2], 1e-10L));
-            EXPECT_TRUE(close_to(f.at(1, d), r.dev[3], 1e-10L));
-            EXPECT_EQ(f.at(2, d), untouched);
+            for (std::int64_t d = 0; d < n_dims; ++d) {
+                const moment_reference r = pc.user_mean ? f.around(d) : f.own(d);
+                for (int k = 0; k < info.n_outputs; ++k) {
+                    if (!pc.given[k])
+                        EXPECT_EQ(f.at(k, d), untouched) << "output " << k;
+                    else
+                        EXPECT_TRUE(close_to(f.at(k, d), expected_output(pc.family, k, r),
+                                             moment_tolerance<double>()))
+                            << "output " << k << ", dimension " << d;
+                }
+            }
         }
     }
 }
