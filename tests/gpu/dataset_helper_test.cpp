@@ -1,5 +1,5 @@
-// The kernels' copy of a dataset: how it is filled, how the mask is read with 64-bit and with
-// 32-bit entries, and how observations are addressed in each layout.
+// The kernels' copy of a dataset: how the mask is read with 64-bit and with 32-bit entries (its
+// filling and the addressing by layout show in every result test).
 #include <cstdint>
 #include <cstring>
 #include <vector>
@@ -17,42 +17,6 @@ namespace {
 namespace st = tavrel::qnd::stats;
 namespace gpu = tavrel::qnd::stats::detail::gpu;
 using namespace qnd_test;
-
-TEST(DatasetHelper, FilledInOrderWithPresenceByPointer) {
-    float obs[6] = {};
-    float w[3] = {};
-    std::int64_t idx[2] = {1, 1};
-    const auto plain = gpu::make_dataset_helper(st::dataset<st::col_major, float*>{2, 3, obs});
-    EXPECT_EQ(plain.n_dims, 2);
-    EXPECT_EQ(plain.n_observations, 3);
-    EXPECT_EQ(plain.layout, 0x20000);
-    EXPECT_EQ(plain.observations, obs);
-    EXPECT_EQ(plain.has_weights, 0);
-    EXPECT_EQ(plain.has_indices, 0);
-    const auto full =
-        gpu::make_dataset_helper(st::dataset<st::row_major, float*>{2, 3, obs, w, idx});
-    EXPECT_EQ(full.layout, 0x10000);
-    EXPECT_EQ(full.weights, w);
-    EXPECT_EQ(full.indices, idx);
-    EXPECT_EQ(full.has_weights, 1);
-    EXPECT_EQ(full.has_indices, 1);
-}
-
-TEST(DatasetHelper, ObservationsAreAddressedByLayout) {
-    // Dimension d, observation i holds 10 * d + i.
-    const float row[6] = {0, 1, 2, 10, 11, 12};
-    const float col[6] = {0, 10, 1, 11, 2, 12};
-    const auto r =
-        gpu::make_dataset_helper(st::dataset<st::row_major, float*>{2, 3, const_cast<float*>(row)});
-    const auto c =
-        gpu::make_dataset_helper(st::dataset<st::col_major, float*>{2, 3, const_cast<float*>(col)});
-    for (std::uint64_t d = 0; d < 2; ++d) {
-        for (std::uint64_t i = 0; i < 3; ++i) {
-            EXPECT_EQ(r.at(d, i), float(10 * d + i));
-            EXPECT_EQ(c.at(d, i), float(10 * d + i));
-        }
-    }
-}
 
 // Any non-zero entry keeps its dimension; 32-bit entries are read in 64-bit words, low half
 // first, and a negative entry in a high half stays non-zero under the arithmetic shift.
