@@ -105,47 +105,48 @@ inline int64_t chunk_end(int64_t base, int64_t chunk, int64_t end) {
     return end - base < chunk ? end : base + chunk;
 }
 
-template <int Order, class T>
-bool moments_plain(const T* x, int64_t n, moment_sums* out) {
-    constexpr int step = unroll * lanes;
+// Accumulators per power in the sums of deviations: as many as the vector registers hold next to
+// the centre and two temporaries (16 registers below 512 bits, 32 with them). Spilled
+// accumulators would cost a load and a store per term.
+constexpr int deviation_unroll = QND_VECTOR_BYTES == 64 ? 4 : 3;
+
+template <int U>
+inline vdouble tree_sum(const vdouble (&a)[U]) {
+    if (U == 4) {
+        return (a[0] + a[1]) + (a[2 % U] + a[3 % U]);
+    }
+    vdouble s = a[0];
+    for (int u = 1; u < U; ++u) {
+        s += a[u];
+    }
+    return s;
+}
+
+struct power_sums {
+    double s1 = 0, s2 = 0, s3 = 0, s4 = 0;
+};
+
+// Sums of (x - c)^k for k = 1..Order over n contiguous values. With Prefetch the lines just past
+// the values are requested meanwhile, as the caller reads them next while these come from cache.
+template <int Order, bool Prefetch, class T>
+power_sums deviation_sums(const T* x, int64_t n, double c) {
+    constexpr int U = deviation_unroll;
+    constexpr int step = U * lanes;
+    constexpr int lines_per_step = static_cast<int>((step * sizeof(T) + 63) / 64);
     const int64_t nv = n - n % step;
-    vdouble total = {};
-    for (int64_t base = 0; base < nv; base += chain * step) {
-        const int64_t end = chunk_end(base, chain * step, nv);
-        vdouble s[unroll] = {};
-        for (int64_t i = base; i < end; i += step) {
-            for (int u = 0; u < unroll; ++u) {
-                s[u] += load_wide(x + i + u * lanes);
-            }
-        }
-        total += (s[0] + s[1]) + (s[2] + s[3]);
-    }
-    double sum = lane_sum(total);
-    for (int64_t i = nv; i < n; ++i) {
-        sum += static_cast<double>(x[i]);
-    }
-    moment_sums r;
-    r.w = static_cast<double>(n);
-    r.w2 = r.w;
-    if (Order == 1 || n == 0) {
-        r.d1 = sum;
-        *out = r;
-        return true;
-    }
-    // Second pass, from cache, around the block's own mean. Meanwhile the memory system fetches
-    // the next block, which the caller reads next.
-    const double c = sum / r.w;
     const vdouble cv = splat(c);
     vdouble t1 = {}, t2 = {}, t3 = {}, t4 = {};
-    constexpr int lines_per_step = static_cast<int>(step * sizeof(T) / 64);
     for (int64_t base = 0; base < nv; base += chain * step) {
         const int64_t end = chunk_end(base, chain * step, nv);
-        vdouble a1[unroll] = {}, a2[unroll] = {}, a3[unroll] = {}, a4[unroll] = {};
+        vdouble a1[U] = {}, a2[U] = {}, a3[U] = {}, a4[U] = {};
         for (int64_t i = base; i < end; i += step) {
-            for (int k = 0; k < lines_per_step; ++k) {
-                __builtin_prefetch(reinterpret_cast<const char*>(x + n + i) + 64 * k, 0, 3);
+            if (Prefetch) {
+                for (int k = 0; k < lines_per_step; ++k) {
+                    __builtin_prefetch(reinterpret_cast<const char*>(x + n + i) + 64 * k, 0, 3);
+                }
             }
-            for (int u = 0; u < unroll; ++u) {
+#pragma GCC unroll 4
+            for (int u = 0; u < U; ++u) {
                 const vdouble d = load_wide(x + i + u * lanes) - cv;
                 const vdouble d2 = d * d;
                 a1[u] += d;
@@ -158,26 +159,85 @@ bool moments_plain(const T* x, int64_t n, moment_sums* out) {
                 }
             }
         }
-        t1 += (a1[0] + a1[1]) + (a1[2] + a1[3]);
-        t2 += (a2[0] + a2[1]) + (a2[2] + a2[3]);
-        t3 += (a3[0] + a3[1]) + (a3[2] + a3[3]);
-        t4 += (a4[0] + a4[1]) + (a4[2] + a4[3]);
+        t1 += tree_sum(a1);
+        t2 += tree_sum(a2);
+        t3 += tree_sum(a3);
+        t4 += tree_sum(a4);
     }
-    double s1 = lane_sum(t1), s2 = lane_sum(t2), s3 = lane_sum(t3), s4 = lane_sum(t4);
+    power_sums p;
+    p.s1 = lane_sum(t1);
+    p.s2 = lane_sum(t2);
+    p.s3 = lane_sum(t3);
+    p.s4 = lane_sum(t4);
     for (int64_t i = nv; i < n; ++i) {
         const double d = static_cast<double>(x[i]) - c;
         const double d2 = d * d;
-        s1 += d;
-        s2 += d2;
-        s3 += d2 * d;
-        s4 += d2 * d2;
+        p.s1 += d;
+        p.s2 += d2;
+        p.s3 += d2 * d;
+        p.s4 += d2 * d2;
     }
+    return p;
+}
+
+inline moment_sums unweighted_sums(int64_t n, double c, const power_sums& p) {
+    moment_sums r;
+    r.w = static_cast<double>(n);
+    r.w2 = r.w;
     r.c = c;
-    r.d1 = s1;
-    r.d2 = s2;
-    r.d3 = s3;
-    r.d4 = s4;
-    *out = r;
+    r.d1 = p.s1;
+    r.d2 = p.s2;
+    r.d3 = p.s3;
+    r.d4 = p.s4;
+    return r;
+}
+
+// Whether sums around a centre are as good as sums around the mean: the mean d1 / n lies within an
+// eighth of a standard deviation of the centre, (d1 / n)^2 <= (d2 / n) / 64. False for NaN.
+inline bool centre_close(double d1, double d2, double n) {
+    return 64 * d1 * d1 <= d2 * n;
+}
+
+// With a candidate centre (the previous block's), one pass around it, kept if the centre is close
+// to the block's mean: on data without jumps every block but the first is read once. Otherwise,
+// or without a candidate, two passes: the block's mean, then the sums around it from cache.
+template <int Order, class T>
+bool moments_plain(const T* x, int64_t n, const double* centre, moment_sums* out) {
+    if (Order > 1 && n > 0 && centre != nullptr && *centre == *centre) {
+        const power_sums p = deviation_sums<Order, false>(x, n, *centre);
+        if (centre_close(p.s1, p.s2, static_cast<double>(n))) {
+            *out = unweighted_sums(n, *centre, p);
+            return true;
+        }
+    }
+    constexpr int step = unroll * lanes;
+    const int64_t nv = n - n % step;
+    vdouble total = {};
+    for (int64_t base = 0; base < nv; base += chain * step) {
+        const int64_t end = chunk_end(base, chain * step, nv);
+        vdouble s[unroll] = {};
+        for (int64_t i = base; i < end; i += step) {
+#pragma GCC unroll 4
+            for (int u = 0; u < unroll; ++u) {
+                s[u] += load_wide(x + i + u * lanes);
+            }
+        }
+        total += (s[0] + s[1]) + (s[2] + s[3]);
+    }
+    double sum = lane_sum(total);
+    for (int64_t i = nv; i < n; ++i) {
+        sum += static_cast<double>(x[i]);
+    }
+    if (Order == 1 || n == 0) {
+        moment_sums r;
+        r.w = static_cast<double>(n);
+        r.w2 = r.w;
+        r.d1 = sum;
+        *out = r;
+        return true;
+    }
+    const double c = sum / static_cast<double>(n);
+    *out = unweighted_sums(n, c, deviation_sums<Order, true>(x, n, c));
     return true;
 }
 
@@ -279,17 +339,17 @@ bool moments_weighted(const T* x, const T* w, int64_t n, moment_sums* out) {
 }
 
 template <class T>
-bool moments(const T* x, const T* w, int64_t n, int order, moment_sums* out) {
+bool moments(const T* x, const T* w, int64_t n, int order, const double* centre, moment_sums* out) {
     if (w == nullptr) {
         switch (order) {
             case 1:
-                return moments_plain<1>(x, n, out);
+                return moments_plain<1>(x, n, centre, out);
             case 2:
-                return moments_plain<2>(x, n, out);
+                return moments_plain<2>(x, n, centre, out);
             case 3:
-                return moments_plain<3>(x, n, out);
+                return moments_plain<3>(x, n, centre, out);
             default:
-                return moments_plain<4>(x, n, out);
+                return moments_plain<4>(x, n, centre, out);
         }
     }
     switch (order) {
@@ -495,8 +555,7 @@ bool moments_rows_around(
     const double n = static_cast<double>(rows);
     for (int g = 0; g < G; ++g) {
         for (int l = 0; l < lanes; ++l) {
-            // (d1 / n)^2 <= (d2 / n) / 64; false for NaN.
-            if (!(64 * a1[g][l] * a1[g][l] <= a2[g][l] * n)) {
+            if (!centre_close(a1[g][l], a2[g][l], n)) {
                 return false;
             }
         }

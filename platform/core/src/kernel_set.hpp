@@ -13,8 +13,10 @@ namespace qnd_core {
 // second pass over the block, now in cache, around the block's own mean.
 template <class T>
 struct typed_kernels {
-    // n contiguous values of one dimension; w is null or one weight per value.
-    bool (*moments)(const T* x, const T* w, int64_t n, int order, moment_sums* out);
+    // n contiguous values of one dimension; w is null or one weight per value. centre, if not
+    // null, is a candidate centre (NaN for none), used as the strided kernels use theirs.
+    bool (*moments)(
+        const T* x, const T* w, int64_t n, int order, const double* centre, moment_sums* out);
     // rows observations of `count` adjacent dimensions, rows apart by ld elements; w is null or
     // one weight per row; out holds count results. centres, if not null, are candidate centres
     // per dimension (NaN for none), used where they keep the sums as accurate as the block's mean.

@@ -81,11 +81,16 @@ struct moment_policy {
         }
         constexpr int64_t contiguous_block = contiguous_block_bytes / sizeof(T);
         moment_cascade cascade;
+        // Each block is offered the centre of the block before, as in the strided walk below.
+        double centre = __builtin_nan("");
         for (int64_t i = 0; i < n; i += contiguous_block) {
             const int64_t len = n - i < contiguous_block ? n - i : contiguous_block;
             moment_sums b;
-            if (!kernels->moments(x + i, w == nullptr ? nullptr : w + i, len, order, &b)) {
+            if (!kernels->moments(x + i, w == nullptr ? nullptr : w + i, len, order, &centre, &b)) {
                 return false;
+            }
+            if (b.w > 0) {
+                centre = b.c;
             }
             cascade.add(b, order);
         }
