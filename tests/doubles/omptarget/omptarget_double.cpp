@@ -60,6 +60,14 @@ DOUBLE_EXPORT void omptarget_double_fail_int(void* interop, int32_t property, in
         object_of(interop)->ints[i] = {false, 0, code};
 }
 
+DOUBLE_EXPORT void omptarget_double_fail_int_with_value(void* interop,
+                                                        int32_t property,
+                                                        int32_t code,
+                                                        intptr_t value) {
+    if (const int32_t i = index_of(property); i >= 0)
+        object_of(interop)->ints[i] = {false, value, code};
+}
+
 DOUBLE_EXPORT void omptarget_double_set_property(void* interop, int32_t property, void* value) {
     if (const int32_t i = index_of(property); i >= 0)
         object_of(interop)->pointers[i] = {true, reinterpret_cast<intptr_t>(value), 0};
@@ -117,7 +125,7 @@ DOUBLE_EXPORT intptr_t omp_get_interop_int(void* interop, int32_t property, int3
     const property_answer& answer = object->ints[i];
     if (code != nullptr)
         *code = answer.set ? 0 : answer.failure;
-    return answer.set ? answer.value : 0;
+    return answer.value;
 }
 
 DOUBLE_EXPORT void* omp_get_interop_ptr(void* interop, int32_t property, int32_t* code) {

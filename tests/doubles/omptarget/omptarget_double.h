@@ -32,6 +32,11 @@ void omptarget_double_delete_interop(void* interop);
 void omptarget_double_set_int(void* interop, int32_t property, intptr_t value);
 /* omp_get_interop_int(interop, property, &code) answers 0 with the non-zero `code`. */
 void omptarget_double_fail_int(void* interop, int32_t property, int32_t code);
+/* The same failure, answering `value` beside the non-zero `code`, as a runtime may. */
+void omptarget_double_fail_int_with_value(void* interop,
+                                          int32_t property,
+                                          int32_t code,
+                                          intptr_t value);
 
 /* __tgt_get_interop_property(interop, property, &result) stores `value` and answers 0;
    omp_get_interop_ptr answers it too. */
