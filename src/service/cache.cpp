@@ -40,12 +40,34 @@ namespace {
 
 // The cached value of `key` under a read lock, or null. The address stays good after the
 // release: nodes never move.
-template <typename Map, typename Key>
-auto* find_under_read_lock(Map& map, rw_spin_word& word, const Key& key) {
+template <typename Value, typename Key>
+Value* find_under_read_lock(pointer_hash_map<Key, Value>& map, rw_spin_word& word, const Key& key) {
     read_lock(word);
-    auto* found = map.find(key);
+    Value* found = map.find(key);
     read_unlock(word);
     return found;
+}
+
+// The cached value of `key`, or one made by `make` under the write lock. A miss makes the
+// object on the heap and copies it into a default-inserted entry: the first caller for a key
+// gets the heap object, which is never freed, later callers the entry. Both are handles of one
+// runtime object. An exception from `make` leaves the word locked.
+template <typename Value, typename Key, typename Make>
+Value* find_or_make(pointer_hash_map<Key, Value>& map,
+                    rw_spin_word& word,
+                    const Key& key,
+                    Make make) {
+    if (Value* found = find_under_read_lock(map, word, key))
+        return found;
+    write_lock(word);
+    if (Value* found = map.find(key)) {
+        write_unlock(word);
+        return found;
+    }
+    auto made = std::make_unique<Value>(make());
+    map.find_or_insert(key) = *made;
+    write_unlock(word);
+    return made.release();
 }
 
 }  // namespace
@@ -56,52 +78,27 @@ namespace tavrel::qnd::gpu {
 
 using namespace detail;
 
-// A miss makes the object on the heap and copies it into a default-inserted entry: the first
-// caller for a key gets the heap object, which is never freed, later callers the entry. Both
-// are handles of one runtime object.
-
 sycl::context* lookup_and_cache_zarth_context(void* native_context,
                                               void* native_device,
                                               qnd_gpu_backend_t backend,
                                               sycl::device* device) {
-    const context_key key{native_context, native_device};
-    auto& cache = service_caches.context_cache;
-    if (sycl::context* found = find_under_read_lock(cache, context_cache_word, key))
-        return found;
-    write_lock(context_cache_word);
-    if (sycl::context* found = cache.find(key)) {
-        write_unlock(context_cache_word);
-        return found;
-    }
-    // An exception from here on leaves the word locked.
-    auto made = std::make_unique<sycl::context>(backend == qnd_gpu_backend_driver
-                                                    ? make_driver_context(native_context, *device)
-                                                    : make_opencl_context(native_context));
-    cache.find_or_insert(key) = *made;
-    write_unlock(context_cache_word);
-    return made.release();
+    return find_or_make(service_caches.context_cache, context_cache_word,
+                        context_key{native_context, native_device}, [&] {
+                            return backend == qnd_gpu_backend_driver
+                                       ? make_driver_context(native_context, *device)
+                                       : make_opencl_context(native_context);
+                        });
 }
 
 sycl::queue* lookup_and_cache_zarth_queue(void* native_queue,
                                           qnd_gpu_backend_t backend,
                                           sycl::context context,
                                           void* interop) {
-    const queue_key key{native_queue};
-    auto& cache = service_caches.queue_cache;
-    if (sycl::queue* found = find_under_read_lock(cache, queue_cache_word, key))
-        return found;
-    write_lock(queue_cache_word);
-    if (sycl::queue* found = cache.find(key)) {
-        write_unlock(queue_cache_word);
-        return found;
-    }
-    auto made = std::make_unique<sycl::queue>(
-        backend == qnd_gpu_backend_driver
-            ? make_driver_queue(native_queue, context, interop)
-            : make_opencl_queue(native_queue, context, sycl::async_handler{}));
-    cache.find_or_insert(key) = *made;
-    write_unlock(queue_cache_word);
-    return made.release();
+    return find_or_make(service_caches.queue_cache, queue_cache_word, queue_key{native_queue}, [&] {
+        return backend == qnd_gpu_backend_driver
+                   ? make_driver_queue(native_queue, context, interop)
+                   : make_opencl_queue(native_queue, context, sycl::async_handler{});
+    });
 }
 
 sycl::queue* lookup_and_cache_zarth_queue_and_context(void* interop) {

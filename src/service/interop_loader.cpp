@@ -4,9 +4,8 @@
 
 #include <dlfcn.h>
 
-#include <atomic>
-
 #include "cpu/threading_layer.hpp"
+#include "service/entry_table.hpp"
 
 namespace tavrel::qnd::gpu::detail {
 
@@ -33,24 +32,13 @@ constexpr const char* quoted_entry_names[interop_entry_count] = {
     "'__tgt_get_interop_property'", "'omp_get_interop_int'", "'omp_get_interop_ptr'",
     "'omp_get_interop_str'", "'ompx_interop_add_completion_callback'"};
 
-std::atomic<void*> entry_slots[interop_entry_count] = {};
-
-// Guarded by load_lock: 0 never tried, 1 loaded, -1 failed.
-std::int32_t load_lock = 0;
-std::int32_t load_state = 0;
-std::int32_t load_result = -1;
+entry_table<interop_entry_count> table{entry_names, {}, 0, 0, -1};
 
 constexpr sycl::info::device_type driver_device_type = static_cast<sycl::info::device_type>(2);
 
-// The entry's address, after one load attempt if its slot is empty; null if it cannot be had.
 template <typename Fn>
-Fn* bound_entry(interop_entry entry) {
-    void* address = entry_slots[entry].load(std::memory_order_acquire);
-    if (address == nullptr) {
-        load_interop_entries();
-        address = entry_slots[entry].load(std::memory_order_acquire);
-    }
-    return reinterpret_cast<Fn*>(address);
+Fn* bound(interop_entry entry) {
+    return reinterpret_cast<Fn*>(bound_entry(table, entry, load_interop_entries));
 }
 
 // A direct call of a missing entry ends the process; the layer's exit does not return.
@@ -62,32 +50,12 @@ void report_missing_entry(interop_entry entry) {
 }  // namespace
 
 int load_interop_entries() {
-    cpu::qnd_serv_lock(&load_lock);
-    if (load_state != 0) {
-        load_result = load_state == 1 ? 0 : -1;
-    } else {
-        // The handle is not kept: the runtime stays loaded for the life of the process.
-        if (void* library = dlopen("libomptarget.so", RTLD_NOW | RTLD_LOCAL)) {
-            int bound = 0;
-            for (; bound < interop_entry_count; ++bound) {
-                void* address = dlsym(library, entry_names[bound]);
-                if (address == nullptr)
-                    break;
-                entry_slots[bound].store(address, std::memory_order_release);
-            }
-            if (bound == interop_entry_count)
-                load_result = 0;
-        }
-        load_state = load_result == 0 ? 1 : -1;
-    }
-    const int result = load_result;
-    cpu::qnd_serv_unlock(&load_lock);
-    return result;
+    return load_entry_table(table, [] { return dlopen("libomptarget.so", RTLD_NOW | RTLD_LOCAL); });
 }
 
 std::int32_t __tgt_get_interop_property(void* interop, std::int32_t property, void** result) {
     using fn = std::int32_t(void*, std::int32_t, void**);
-    fn* entry = bound_entry<fn>(get_interop_property);
+    fn* entry = bound<fn>(get_interop_property);
     if (entry == nullptr) {
         report_missing_entry(get_interop_property);
         return 1;
@@ -97,7 +65,7 @@ std::int32_t __tgt_get_interop_property(void* interop, std::int32_t property, vo
 
 std::intptr_t omp_get_interop_int(void* interop, std::int32_t property, std::int32_t* code) {
     using fn = std::intptr_t(void*, std::int32_t, std::int32_t*);
-    fn* entry = bound_entry<fn>(get_interop_int);
+    fn* entry = bound<fn>(get_interop_int);
     if (entry == nullptr) {
         report_missing_entry(get_interop_int);
         return 0;
@@ -107,7 +75,7 @@ std::intptr_t omp_get_interop_int(void* interop, std::int32_t property, std::int
 
 void* omp_get_interop_ptr(void* interop, std::int32_t property, std::int32_t* code) {
     using fn = void*(void*, std::int32_t, std::int32_t*);
-    fn* entry = bound_entry<fn>(get_interop_ptr);
+    fn* entry = bound<fn>(get_interop_ptr);
     if (entry == nullptr) {
         report_missing_entry(get_interop_ptr);
         return nullptr;
@@ -117,7 +85,7 @@ void* omp_get_interop_ptr(void* interop, std::int32_t property, std::int32_t* co
 
 const char* omp_get_interop_str(void* interop, std::int32_t property, std::int32_t* code) {
     using fn = const char*(void*, std::int32_t, std::int32_t*);
-    fn* entry = bound_entry<fn>(get_interop_str);
+    fn* entry = bound<fn>(get_interop_str);
     if (entry == nullptr) {
         report_missing_entry(get_interop_str);
         return nullptr;
@@ -129,7 +97,7 @@ std::int32_t ompx_interop_add_completion_callback(void* interop,
                                                   void (*callback)(void*),
                                                   void* data) {
     using fn = std::int32_t(void*, void (*)(void*), void*);
-    fn* entry = bound_entry<fn>(add_completion_callback);
+    fn* entry = bound<fn>(add_completion_callback);
     if (entry == nullptr) {
         report_missing_entry(add_completion_callback);
         return 0;

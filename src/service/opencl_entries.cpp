@@ -3,13 +3,13 @@
 
 #include <dlfcn.h>
 
-#include <atomic>
 #include <climits>
 #include <cstdio>
 #include <cstring>
 
 #include "cpu/ss_client.hpp"
 #include "cpu/threading_layer.hpp"
+#include "service/entry_table.hpp"
 
 namespace tavrel::qnd::gpu::detail {
 
@@ -30,14 +30,9 @@ constexpr const char* quoted_entry_names[opencl_entry_count] = {
 #undef QND_OPENCL_ENTRY_QUOTED
 };
 
-std::atomic<void*> entry_slots[opencl_entry_count] = {};
+entry_table<opencl_entry_count> table{entry_names, {}, 0, 0, -1};
 
-// Guarded by load_lock: 0 never tried, 1 loaded, -1 failed.
-std::int32_t load_lock = 0;
-std::int32_t load_state = 0;
-std::int32_t load_result = -1;
-
-// Used under load_lock only. The search directories are set by nothing: both stay empty, so
+// Used under the table's lock only. The search directories are set by nothing: both stay empty, so
 // the first way is a load by bare name, and the second directory never repeats it.
 char converted_name[PATH_MAX];
 char search_path[PATH_MAX];
@@ -95,27 +90,7 @@ void* load_library_by_name(const char* name) {
 }
 
 int load_opencl_entries() {
-    cpu::qnd_serv_lock(&load_lock);
-    if (load_state != 0) {
-        load_result = load_state == 1 ? 0 : -1;
-    } else {
-        // The handle is not kept: the runtime stays loaded for the life of the process.
-        if (void* library = load_library_by_name("libOpenCL.so.1")) {
-            int bound = 0;
-            for (; bound < opencl_entry_count; ++bound) {
-                void* address = dlsym(library, entry_names[bound]);
-                if (address == nullptr)
-                    break;
-                entry_slots[bound].store(address, std::memory_order_release);
-            }
-            if (bound == opencl_entry_count)
-                load_result = 0;
-        }
-        load_state = load_result == 0 ? 1 : -1;
-    }
-    const int result = load_result;
-    cpu::qnd_serv_unlock(&load_lock);
-    return result;
+    return load_entry_table(table, [] { return load_library_by_name("libOpenCL.so.1"); });
 }
 
 const char* opencl_entry_name(opencl_entry entry) {
@@ -123,16 +98,11 @@ const char* opencl_entry_name(opencl_entry entry) {
 }
 
 void* opencl_entry_slot(opencl_entry entry) {
-    return entry_slots[entry].load(std::memory_order_acquire);
+    return table.slots[entry].load(std::memory_order_acquire);
 }
 
 void* bound_opencl_entry(opencl_entry entry) {
-    void* address = entry_slots[entry].load(std::memory_order_acquire);
-    if (address == nullptr) {
-        load_opencl_entries();
-        address = entry_slots[entry].load(std::memory_order_acquire);
-    }
-    return address;
+    return bound_entry(table, entry, load_opencl_entries);
 }
 
 void report_missing_opencl_entry(opencl_entry entry) {
