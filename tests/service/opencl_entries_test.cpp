@@ -29,16 +29,6 @@ TEST(load_opencl_entries, binds_all_98_entries_of_the_system_runtime) {
     EXPECT_EQ(load_opencl_entries(), 0);
 }
 
-// The order of binding, first and last, and a few in between.
-TEST(load_opencl_entries, entries_are_bound_in_their_fixed_order) {
-    EXPECT_STREQ(opencl_entry_name(static_cast<opencl_entry>(0)), "clGetSupportedImageFormats");
-    EXPECT_STREQ(opencl_entry_name(static_cast<opencl_entry>(4)), "clGetPlatformIDs");
-    EXPECT_STREQ(opencl_entry_name(static_cast<opencl_entry>(95)), "clEnqueueMarkerWithWaitList");
-    EXPECT_STREQ(opencl_entry_name(opencl_clCreateProgramWithIL), "clCreateProgramWithIL");
-    EXPECT_EQ(opencl_clCreateProgramWithIL, 96);
-    EXPECT_STREQ(opencl_entry_name(static_cast<opencl_entry>(97)), "clSVMFree");
-}
-
 // The wrapper binds on first use and calls the runtime's entry: a query of platforms answers
 // like the runtime itself.
 TEST(opencl_wrappers, platform_query_answers_as_the_runtime_does) {
