@@ -510,6 +510,91 @@ void moments_column_single(
     *out = m;
 }
 
+// Vector groups of a row one pass can carry: each needs a sum per power and its centre in a
+// register, next to two temporaries, out of 16 registers (32 with 512-bit vectors).
+constexpr int row_groups_per_pass(int order) {
+    const int registers = QND_VECTOR_BYTES == 64 ? 32 : 16;
+    int g = 4;
+    while (g > 1 && g * (order + 1) + 2 > registers) {
+        --g;
+    }
+    return g;
+}
+
+// Sums of powers of deviations around cv of G groups of adjacent dimensions over rows [base, end),
+// added into a1..a4; w is null or one weight per row, rows of weight 0 are skipped. The groups are
+// taken as many at a time as the registers hold; the first pass over the rows asks for the rest of
+// each row, which the next passes then find in the first-level cache.
+template <int Order, int G, class T>
+void row_deviation_sums(const T* x,
+                        const T* w,
+                        int64_t base,
+                        int64_t end,
+                        int64_t ld,
+                        const vdouble (&cv)[G],
+                        vdouble (&a1)[G],
+                        vdouble (&a2)[G],
+                        vdouble (&a3)[G],
+                        vdouble (&a4)[G]) {
+    constexpr int most = row_groups_per_pass(Order);
+    constexpr int P = most < G ? most : G;
+#pragma GCC unroll 4
+    for (int g0 = 0; g0 < G; g0 += P) {
+        vdouble b1[P] = {}, b2[P] = {}, b3[P] = {}, b4[P] = {};
+        for (int64_t r = base; r < end; ++r) {
+            const double wr = w == nullptr ? 1.0 : static_cast<double>(w[r]);
+            if (w != nullptr && !(wr > 0)) {
+                continue;
+            }
+            const T* row = x + r * ld;
+            if (P < G && g0 == 0) {
+                __builtin_prefetch(row + P * lanes, 0, 3);
+                __builtin_prefetch(row + G * lanes - 1, 0, 3);
+            }
+            if (P < G && g0 + P >= G) {
+                const T* ahead = row + (end - base) * ld;
+                __builtin_prefetch(ahead, 0, 3);
+                __builtin_prefetch(ahead + G * lanes - 1, 0, 3);
+            }
+#pragma GCC unroll 4
+            for (int p = 0; p < P; ++p) {
+                if (g0 + p < G) {
+                    const vdouble d = load_wide(row + (g0 + p) * lanes) - cv[g0 + p];
+                    if (w == nullptr) {
+                        const vdouble d2 = d * d;
+                        b1[p] += d;
+                        b2[p] += d2;
+                        if (Order >= 3) {
+                            b3[p] += d2 * d;
+                        }
+                        if (Order >= 4) {
+                            b4[p] += d2 * d2;
+                        }
+                    } else {
+                        const vdouble wd = d * wr;
+                        const vdouble wd2 = wd * d;
+                        b1[p] += wd;
+                        b2[p] += wd2;
+                        if (Order >= 3) {
+                            const vdouble wd3 = wd2 * d;
+                            b3[p] += wd3;
+                            if (Order >= 4) {
+                                b4[p] += wd3 * d;
+                            }
+                        }
+                    }
+                }
+            }
+        }
+        for (int p = 0; p < P && g0 + p < G; ++p) {
+            a1[g0 + p] += b1[p];
+            a2[g0 + p] += b2[p];
+            a3[g0 + p] += b3[p];
+            a4[g0 + p] += b4[p];
+        }
+    }
+}
+
 // One pass around given centres (the previous block's), unweighted: accepted, and written to out,
 // only if every dimension's mean lies within an eighth of its standard deviation of its centre,
 // where sums around the centre lose nothing to sums around the mean. Otherwise the caller makes
@@ -529,28 +614,8 @@ bool moments_rows_around(
     }
     vdouble a1[G] = {}, a2[G] = {}, a3[G] = {}, a4[G] = {};
     for (int64_t base = 0; base < rows; base += chain) {
-        const int64_t end = chunk_end(base, chain, rows);
-        vdouble b1[G] = {}, b2[G] = {}, b3[G] = {}, b4[G] = {};
-        for (int64_t r = base; r < end; ++r) {
-            for (int g = 0; g < G; ++g) {
-                const vdouble d = load_wide(x + r * ld + g * lanes) - cv[g];
-                const vdouble d2 = d * d;
-                b1[g] += d;
-                b2[g] += d2;
-                if (Order >= 3) {
-                    b3[g] += d2 * d;
-                }
-                if (Order >= 4) {
-                    b4[g] += d2 * d2;
-                }
-            }
-        }
-        for (int g = 0; g < G; ++g) {
-            a1[g] += b1[g];
-            a2[g] += b2[g];
-            a3[g] += b3[g];
-            a4[g] += b4[g];
-        }
+        row_deviation_sums<Order, G, T>(x, nullptr, base, chunk_end(base, chain, rows), ld, cv, a1,
+                                        a2, a3, a4);
     }
     const double n = static_cast<double>(rows);
     for (int g = 0; g < G; ++g) {
@@ -621,34 +686,8 @@ void moments_rows(
     }
     vdouble a1[G] = {}, a2[G] = {}, a3[G] = {}, a4[G] = {};
     for (int64_t base = 0; base < rows; base += chain) {
-        const int64_t end = chunk_end(base, chain, rows);
-        vdouble b1[G] = {}, b2[G] = {}, b3[G] = {}, b4[G] = {};
-        for (int64_t r = base; r < end; ++r) {
-            const double wr = w == nullptr ? 1.0 : static_cast<double>(w[r]);
-            if (w != nullptr && !(wr > 0)) {
-                continue;
-            }
-            for (int g = 0; g < G; ++g) {
-                const vdouble d = load_wide(x + r * ld + g * lanes) - cv[g];
-                const vdouble wd = w == nullptr ? d : d * wr;
-                const vdouble wd2 = wd * d;
-                b1[g] += wd;
-                b2[g] += wd2;
-                if (Order >= 3) {
-                    const vdouble wd3 = wd2 * d;
-                    b3[g] += wd3;
-                    if (Order >= 4) {
-                        b4[g] += wd3 * d;
-                    }
-                }
-            }
-        }
-        for (int g = 0; g < G; ++g) {
-            a1[g] += b1[g];
-            a2[g] += b2[g];
-            a3[g] += b3[g];
-            a4[g] += b4[g];
-        }
+        row_deviation_sums<Order, G>(x, w, base, chunk_end(base, chain, rows), ld, cv, a1, a2, a3,
+                                     a4);
     }
     for (int g = 0; g < G; ++g) {
         for (int l = 0; l < lanes; ++l) {
@@ -753,6 +792,23 @@ void moments_periodic(const T* x, int64_t rows, int64_t ld, moment_sums* out) {
     }
 }
 
+// G groups of a row at once: one pass around the offered centres if they are close enough,
+// otherwise two.
+template <int Order, int G, class T>
+void moments_row_groups(const T* x,
+                        const T* w,
+                        int64_t rows,
+                        int64_t ld,
+                        double sumw,
+                        double sumw2,
+                        const double* centres,
+                        moment_sums* out) {
+    if (Order == 1 || w != nullptr || centres == nullptr ||
+        !moments_rows_around<Order, G>(x, rows, ld, centres, out)) {
+        moments_rows<Order, G>(x, w, rows, ld, sumw, sumw2, out);
+    }
+}
+
 template <int Order, class T>
 bool moments_strided_order(const T* x,
                            const T* w,
@@ -771,22 +827,13 @@ bool moments_strided_order(const T* x,
     }
     switch (count % lanes == 0 ? count / lanes : 0) {
         case 2:
-            if (Order == 1 || w != nullptr || centres == nullptr ||
-                !moments_rows_around<Order, 2>(x, rows, ld, centres, out)) {
-                moments_rows<Order, 2>(x, w, rows, ld, sumw, sumw2, out);
-            }
+            moments_row_groups<Order, 2>(x, w, rows, ld, sumw, sumw2, centres, out);
             return true;
         case 3:
-            if (Order == 1 || w != nullptr || centres == nullptr ||
-                !moments_rows_around<Order, 3>(x, rows, ld, centres, out)) {
-                moments_rows<Order, 3>(x, w, rows, ld, sumw, sumw2, out);
-            }
+            moments_row_groups<Order, 3>(x, w, rows, ld, sumw, sumw2, centres, out);
             return true;
         case 4:
-            if (Order == 1 || w != nullptr || centres == nullptr ||
-                !moments_rows_around<Order, 4>(x, rows, ld, centres, out)) {
-                moments_rows<Order, 4>(x, w, rows, ld, sumw, sumw2, out);
-            }
+            moments_row_groups<Order, 4>(x, w, rows, ld, sumw, sumw2, centres, out);
             return true;
         default:
             break;

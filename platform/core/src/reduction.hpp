@@ -67,6 +67,31 @@ struct moment_cascade {
     }
 };
 
+// The centre offered to the next block of a walk, so that on data without jumps the kernels need
+// one pass per block. It stays while blocks accept it (blocks of equal centres merge by plain
+// addition). A block that made its own centre (the first, or one that refused the offer) puts in
+// its place the mean of all blocks so far, around which the next block's mean scatters far less
+// than around one block's mean; unless the data have moved away from that mean (drift, a jump),
+// where the block's own centre is the better guess.
+struct centre_offer {
+    double centre = __builtin_nan("");
+    double w = 0, sum = 0;
+
+    void update(const moment_sums& b) {
+        if (!(b.w > 0)) {
+            return;
+        }
+        w += b.w;
+        sum += b.c * b.w + b.d1;
+        if (b.c != centre) {
+            const double mean = sum / w;
+            const double e = mean - b.c;
+            // The kernels' test of a centre: within an eighth of a standard deviation.
+            centre = 64 * e * e * b.w <= b.d2 ? mean : b.c;
+        }
+    }
+};
+
 // Moments of blocks, through the kernels or through the streaming update.
 template <class T>
 struct moment_policy {
@@ -81,17 +106,21 @@ struct moment_policy {
         }
         constexpr int64_t contiguous_block = contiguous_block_bytes / sizeof(T);
         moment_cascade cascade;
-        // Each block is offered the centre of the block before, as in the strided walk below.
-        double centre = __builtin_nan("");
-        for (int64_t i = 0; i < n; i += contiguous_block) {
-            const int64_t len = n - i < contiguous_block ? n - i : contiguous_block;
+        centre_offer offer;
+        // The first block is cut short so that the others start on a cache line: a vector load
+        // that straddles two lines costs two.
+        const auto address = reinterpret_cast<uintptr_t>(x);
+        const int64_t head =
+            address % sizeof(T) == 0 ? static_cast<int64_t>(address % 64 / sizeof(T)) : 0;
+        for (int64_t i = 0, len = 0; i < n; i += len) {
+            const int64_t size = i == 0 ? contiguous_block - head : contiguous_block;
+            len = n - i < size ? n - i : size;
             moment_sums b;
-            if (!kernels->moments(x + i, w == nullptr ? nullptr : w + i, len, order, &centre, &b)) {
+            if (!kernels->moments(x + i, w == nullptr ? nullptr : w + i, len, order, &offer.centre,
+                                  &b)) {
                 return false;
             }
-            if (b.w > 0) {
-                centre = b.c;
-            }
+            offer.update(b);
             cascade.add(b, order);
         }
         cascade.finish(out, order);
@@ -109,8 +138,7 @@ struct moment_policy {
         const int64_t block_rows = strided_rows(group, sizeof(T));
         std::vector<moment_sums> b(group);
         std::vector<moment_cascade> cascades(ld);
-        // Each block is offered the centres of the block before: on data without jumps the
-        // kernels then need one pass, and blocks of equal centres merge by plain addition.
+        std::vector<centre_offer> offers(ld);
         std::vector<double> centres(ld, __builtin_nan(""));
         for (int64_t r = 0; r < rows; r += block_rows) {
             const int64_t len = rows - r < block_rows ? rows - r : block_rows;
@@ -121,9 +149,8 @@ struct moment_policy {
                     return false;
                 }
                 for (int64_t k = 0; k < count; ++k) {
-                    if (b[k].w > 0) {
-                        centres[d + k] = b[k].c;
-                    }
+                    offers[d + k].update(b[k]);
+                    centres[d + k] = offers[d + k].centre;
                     cascades[d + k].add(b[k], order);
                 }
             }
