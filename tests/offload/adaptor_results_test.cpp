@@ -2,9 +2,7 @@
 // element types, weights, masks of 64-bit and of 32-bit entries, method 1 with the mean and raw
 // moments it writes besides, and method 256 around a caller's mean, on emulated GPUs whose
 // work-group sizes walk every branch of the launch tree.
-#include <algorithm>
 #include <cstdint>
-#include <limits>
 #include <string>
 #include <vector>
 
@@ -12,6 +10,7 @@
 #include <sycl/sycl.hpp>
 
 #include "offload/adaptor_calls.hpp"
+#include "offload/expected_results.hpp"
 #include "support/data.hpp"
 #include "support/launch_log.hpp"
 #include "support/reference.hpp"
@@ -29,97 +28,12 @@ constexpr std::int64_t n_dims = 5;
 constexpr std::int64_t n_obs = 40;
 const std::vector<std::int64_t> kept_mask{1, 0, -1, 7, 0};  // any value but 0 keeps
 
-// The caller's mean of method 256 lies off the data's mean, so that sums around it differ.
-constexpr long double caller_mean_offset = 0.375L;
-
 template <typename T, st::layout L, bool Idx64>
 struct combo {
     using value_type = T;
     static constexpr st::layout layout = L;
     static constexpr bool idx64 = Idx64;
 };
-
-// The fields each adaptor writes with every array present: method 1, then method 256.
-std::vector<field> fields_written(adaptor a, bool user_mean) {
-    switch (a) {
-        case adaptor::min:
-            return {f_min};
-        case adaptor::max:
-            return {f_max};
-        case adaptor::raw_sum:
-            return {f_rs1, f_rs2, f_rs3, f_rs4};
-        case adaptor::raw_moment:
-            return {f_mean, f_raw2, f_raw3, f_raw4};
-        case adaptor::central_sum:
-            if (user_mean)
-                return {f_cs2, f_cs3, f_cs4};
-            return {f_mean, f_raw2, f_raw3, f_raw4, f_cs2, f_cs3, f_cs4};
-        case adaptor::central_moment:
-            if (user_mean)
-                return {f_cm2, f_cm3, f_cm4};
-            return {f_mean, f_raw2, f_raw3, f_raw4, f_cm2, f_cm3, f_cm4};
-        case adaptor::variation:
-            if (user_mean)
-                return {f_variation};
-            return {f_mean, f_raw2, f_variation};
-        case adaptor::skewness:
-            if (user_mean)
-                return {f_skewness};
-            return {f_mean, f_raw2, f_raw3, f_skewness};
-        case adaptor::kurtosis:
-            if (user_mean)
-                return {f_kurtosis};
-            return {f_mean, f_raw2, f_raw3, f_raw4, f_kurtosis};
-    }
-    return {};
-}
-
-// The reference value of a moment field, from sums around the data's mean or the caller's.
-long double expected_moment(int f, const moment_reference& r) {
-    switch (f) {
-        case f_mean:
-            return r.mean();
-        case f_raw2:
-        case f_raw3:
-        case f_raw4:
-            return r.raw_moment(f - f_raw2 + 2);
-        case f_cm2:
-        case f_cm3:
-        case f_cm4:
-            return r.central_moment(f - f_cm2 + 2);
-        case f_rs1:
-        case f_rs2:
-        case f_rs3:
-        case f_rs4:
-            return r.raw[f - f_rs1 + 1];
-        case f_cs2:
-        case f_cs3:
-        case f_cs4:
-            return r.central_sum(f - f_cs2 + 2);
-        case f_kurtosis:
-            return r.kurtosis();
-        case f_skewness:
-            return r.skewness();
-        case f_variation:
-            return r.variation();
-    }
-    return 0;
-}
-
-// The extremes engine ignores weights, and stores a maximum at or below the smallest positive
-// normal value as that value.
-template <typename T>
-long double expected_extreme(int f, const host_data<T>& host, std::int64_t d) {
-    long double lo = host.value(d, 0);
-    long double hi = lo;
-    for (std::int64_t i = 1; i < host.n_observations; ++i) {
-        lo = std::min<long double>(lo, host.value(d, i));
-        hi = std::max<long double>(hi, host.value(d, i));
-    }
-    if (f == f_min)
-        return lo;
-    return std::max<long double>(hi, std::numeric_limits<T>::min());
-}
 
 template <typename C>
 struct adaptor_results : ::testing::Test {
@@ -156,10 +70,9 @@ struct adaptor_results : ::testing::Test {
                     continue;
                 SCOPED_TRACE(std::string(adaptor_name(a)) + (user_mean ? " method 256" : ""));
                 task_arrays<T> t(q, n_dims);
-                std::vector<long double> centre(n_dims);
-                for (std::int64_t d = 0; d < n_dims; ++d) {
-                    centre[d] = static_cast<T>(reference_of(host, d).mean() + caller_mean_offset);
-                    if (user_mean)
+                const std::vector<long double> centre = caller_means(host);
+                if (user_mean) {
+                    for (std::int64_t d = 0; d < n_dims; ++d)
                         t.array(f_mean)[d] = static_cast<T>(centre[d]);
                 }
                 gpu::offload_result r;
@@ -170,7 +83,7 @@ struct adaptor_results : ::testing::Test {
                 r.event.wait();
                 ASSERT_EQ(r.status, 0);
                 expect_kernels(log);
-                expect_arrays(t, host, fields_written(a, user_mean), user_mean, centre);
+                expect_results(t, host, fields_written(a, user_mean), user_mean, centre);
             }
         }
     }
@@ -183,37 +96,6 @@ struct adaptor_results : ::testing::Test {
             ASSERT_GE(args.size(), 3u) << launch.kernel_name;
             EXPECT_EQ(args[1], L == st::row_major ? "true" : "false") << launch.kernel_name;
             EXPECT_EQ(args.back(), Idx64 ? "true" : "false") << launch.kernel_name;
-        }
-    }
-
-    void expect_arrays(const task_arrays<T>& t,
-                       const host_data<T>& host,
-                       const std::vector<field>& written,
-                       bool user_mean,
-                       const std::vector<long double>& centre) {
-        for (int f = 0; f < n_fields; ++f) {
-            const bool is_written = std::count(written.begin(), written.end(), f) != 0;
-            for (std::int64_t d = 0; d < n_dims; ++d) {
-                const long double got = t.array(f)[d];
-                if (user_mean && f == f_mean) {
-                    EXPECT_EQ(got, static_cast<T>(centre[d])) << "the caller's mean is read only";
-                    continue;
-                }
-                if (!is_written || !host.kept(d)) {
-                    EXPECT_EQ(got, task_arrays<T>::untouched) << field_name(f) << " dim " << d;
-                    continue;
-                }
-                long double want;
-                if (f == f_min || f == f_max) {
-                    want = expected_extreme(f, host, d);
-                } else {
-                    const moment_reference ref =
-                        user_mean ? reference_of(host, d, &centre[d]) : reference_of(host, d);
-                    want = expected_moment(f, ref);
-                }
-                EXPECT_TRUE(close_to(got, want, moment_tolerance<T>()))
-                    << field_name(f) << " dim " << d << ": got " << got << ", want " << want;
-            }
         }
     }
 
