@@ -16,9 +16,10 @@
    other than row-major (65536) or column-major (131072); -2 when the interop runtime cannot be
    loaded, the interop names no usable runtime, or an exception was caught (its text goes to the
    standard error stream); -1 when the interop's memory cannot be used (OpenCL with shared
-   virtual memory asked for); -4002, -4001, -4032 for n_observations or n_dims below 1 or no
-   observations; codes of the -4006 to -4080 range for missing outputs and -4029 for a method
-   that an estimate does not accept. */
+   virtual memory asked for by LIBOMPTARGET_OPENCL_USE_SVM) or its runtime is not known;
+   -4002, -4001, -4032 for n_observations below 1, n_dims below 1, no observations, tested in
+   that order; codes of the -4006 to -4080 range for missing outputs and -4029 for a method that
+   an estimate does not accept. The arrays of groups that ran before a failure stay written. */
 #ifndef TAVREL_QND_OFFLOAD_H
 #define TAVREL_QND_OFFLOAD_H
 

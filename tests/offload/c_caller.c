@@ -1,0 +1,37 @@
+/* A C program that includes the offload header and calls all eight entry points with a task
+   whose storage format is not one of the two layouts: each must answer -3, which it does
+   before it looks at anything else. Exit status 0 on success. */
+#include <stdint.h>
+#include <stdio.h>
+
+#include "tavrel/qnd/offload.h"
+
+int main(void) {
+    /* The task record in 64-bit words: word 8 points at the storage format. */
+    uint64_t storage = 7;
+    const void* record[30] = {0};
+    void* task = (void*)record;
+    uint64_t estimates = 0x400;
+    int32_t method32 = 1;
+    int64_t method64 = 1;
+    int32_t got[8];
+    int failures = 0;
+    int i;
+
+    record[8] = &storage;
+    got[0] = qnd_rtk_sSSCompute_omp_offload_lp64(task, estimates, method32, NULL);
+    got[1] = qnd_rtk_dSSCompute_omp_offload_lp64(task, estimates, method32, NULL);
+    got[2] = qnd_rtk_sSSCompute_omp_offload_ilp64(task, estimates, method64, NULL);
+    got[3] = qnd_rtk_dSSCompute_omp_offload_ilp64(task, estimates, method64, NULL);
+    got[4] = qnd_rtk_ssscompute_omp_offload_lp64(&task, &estimates, &method32, NULL);
+    got[5] = qnd_rtk_dsscompute_omp_offload_lp64(&task, &estimates, &method32, NULL);
+    got[6] = qnd_rtk_ssscompute_omp_offload(&task, &estimates, &method64, NULL);
+    got[7] = qnd_rtk_dsscompute_omp_offload(&task, &estimates, &method64, NULL);
+    for (i = 0; i < 8; ++i) {
+        if (got[i] != -3) {
+            fprintf(stderr, "entry point %d answered %d, not -3\n", i, (int)got[i]);
+            ++failures;
+        }
+    }
+    return failures == 0 ? 0 : 1;
+}
