@@ -98,7 +98,9 @@ minmax_test::matrix<T> case_matrix(const clamp_case<T>& c, std::int64_t n) {
     return m;
 }
 
-TYPED_TEST(MinmaxClamp, PointerFormStoresClampedExtremes) {
+// Every kernel of the chain stores clamped extremes, in both forms: min, max and min_max by
+// pointer, min_max and max by buffer.
+TYPED_TEST(MinmaxClamp, BothFormsStoreClampedExtremes) {
     using T = TypeParam;
     sycl::queue q{hs::make_gpu_device(group_size)};
     for (const auto& c : clamp_cases<T>()) {
@@ -106,54 +108,39 @@ TYPED_TEST(MinmaxClamp, PointerFormStoresClampedExtremes) {
             const std::string where = std::string(c.hazard) + ", n " + std::to_string(n);
             const auto m = case_matrix(c, n);
             auto obs = to_shared(q, m.stored(row_major));
-            auto mn = to_shared(q, std::vector<T>(2, T(7)));
-            auto mx = to_shared(q, std::vector<T>(2, T(7)));
-            auto both_mn = to_shared(q, std::vector<T>(2, T(7)));
-            auto both_mx = to_shared(q, std::vector<T>(2, T(7)));
+            std::vector<minmax_test::usm_array<T>> got;
+            for (int k = 0; k < 4; ++k)
+                got.push_back(to_shared(q, std::vector<T>(2, T(7))));
             const dataset<row_major, T*> data(2, n, obs.get());
-            gpu::submit_minmax_usm(q, data, gpu::min_func_fast<T, true>{{mn.get()}}, {}).wait();
-            gpu::submit_minmax_usm(q, data, gpu::max_func_fast<T, true>{{mx.get()}}, {}).wait();
+            gpu::submit_minmax_usm(q, data, gpu::min_func_fast<T, true>{{got[0].get()}}, {}).wait();
+            gpu::submit_minmax_usm(q, data, gpu::max_func_fast<T, true>{{got[1].get()}}, {}).wait();
             gpu::submit_minmax_usm(
-                q, data, gpu::min_max_func_fast<T, true>{{both_mn.get()}, {both_mx.get()}}, {})
+                q, data, gpu::min_max_func_fast<T, true>{{got[2].get()}, {got[3].get()}}, {})
                 .wait();
-            EXPECT_EQ(mn[0], c.want_min) << where;
-            EXPECT_EQ(mx[0], c.want_max) << where;
-            EXPECT_EQ(both_mn[0], c.want_min) << where;
-            EXPECT_EQ(both_mx[0], c.want_max) << where;
-            EXPECT_EQ(std::signbit(mn[0]), std::signbit(c.want_min)) << where;
-            for (const T* got : {mn.get(), both_mn.get()})
-                EXPECT_EQ(got[1], T(1)) << where << ", neighbour";
-            for (const T* got : {mx.get(), both_mx.get()})
-                EXPECT_EQ(got[1], T(n)) << where << ", neighbour";
-        }
-    }
-}
-
-TYPED_TEST(MinmaxClamp, BufferFormStoresClampedExtremes) {
-    using T = TypeParam;
-    sycl::queue q{hs::make_gpu_device(group_size)};
-    for (const auto& c : clamp_cases<T>()) {
-        for (std::int64_t n : counts) {
-            const std::string where = std::string(c.hazard) + ", n " + std::to_string(n);
-            const auto values = case_matrix(c, n).stored(col_major);
-            std::vector<T> mn(2, T(7)), mx(2, T(7)), only_max(2, T(7));
+            const auto values = m.stored(col_major);
+            std::vector<T> b_min(2, T(7)), b_max(2, T(7)), b_only_max(2, T(7));
             {
-                sycl::buffer<T, 1> obs(values.data(), sycl::range<1>(values.size()));
-                sycl::buffer<T, 1> out_min(mn.data(), sycl::range<1>(2));
-                sycl::buffer<T, 1> out_max(mx.data(), sycl::range<1>(2));
-                sycl::buffer<T, 1> out_only_max(only_max.data(), sycl::range<1>(2));
-                const dataset<col_major, sycl::buffer<T, 1>> data(2, n, obs);
+                sycl::buffer<T, 1> b_obs(values.data(), sycl::range<1>(values.size()));
+                sycl::buffer<T, 1> out_min(b_min.data(), sycl::range<1>(2));
+                sycl::buffer<T, 1> out_max(b_max.data(), sycl::range<1>(2));
+                sycl::buffer<T, 1> out_only_max(b_only_max.data(), sycl::range<1>(2));
+                const dataset<col_major, sycl::buffer<T, 1>> b_data(2, n, b_obs);
                 using out = gpu::extreme_output<T, false>;
-                gpu::submit_minmax(q, data,
+                gpu::submit_minmax(q, b_data,
                                    gpu::min_max_func_fast<T, false>{out(out_min), out(out_max)});
-                gpu::submit_minmax(q, data, gpu::max_func_fast<T, false>{out(out_only_max)});
+                gpu::submit_minmax(q, b_data, gpu::max_func_fast<T, false>{out(out_only_max)});
             }
-            EXPECT_EQ(mn[0], c.want_min) << where;
-            EXPECT_EQ(mx[0], c.want_max) << where;
-            EXPECT_EQ(only_max[0], c.want_max) << where;
-            EXPECT_EQ(mn[1], T(1)) << where << ", neighbour";
-            EXPECT_EQ(mx[1], T(n)) << where << ", neighbour";
-            EXPECT_EQ(only_max[1], T(n)) << where << ", neighbour";
+            const T* mins[] = {got[0].get(), got[2].get(), b_min.data()};
+            const T* maxs[] = {got[1].get(), got[3].get(), b_max.data(), b_only_max.data()};
+            for (const T* mn : mins) {
+                EXPECT_EQ(mn[0], c.want_min) << where;
+                EXPECT_EQ(std::signbit(mn[0]), std::signbit(c.want_min)) << where;
+                EXPECT_EQ(mn[1], T(1)) << where << ", neighbour";
+            }
+            for (const T* mx : maxs) {
+                EXPECT_EQ(mx[0], c.want_max) << where;
+                EXPECT_EQ(mx[1], T(n)) << where << ", neighbour";
+            }
         }
     }
 }

@@ -183,19 +183,27 @@ const std::vector<chain_case> chain_cases = {
     {2, 9, {{"first", 10, 2}, {"next", 6, 2}, {"next", 4, 2}, {"next", 2, 2}}},
 };
 
-TEST(MinmaxPlanner, PointerChainsLaunchAllocateAndFreeAsPlanned) {
+// The pointer form (float, rows) and the buffer form (double, columns) launch the same chain;
+// only the pointer form allocates temporaries.
+TEST(MinmaxPlanner, ChainsLaunchAllocateAndFreeAsPlanned) {
     constexpr std::int64_t n_dims = 3;
     for (const auto& c : chain_cases) {
         sycl::queue q{hs::make_gpu_device(c.group_size)};
         const auto m = random_matrix<float>(n_dims, c.n_observations, c.n_observations);
+        const auto md = random_matrix<double>(n_dims, c.n_observations, 7 + c.n_observations);
         for (kind k : all_kinds) {
             const std::string where = std::string(name_of(k)) + ", g " +
                                       std::to_string(c.group_size) + ", n " +
                                       std::to_string(c.n_observations);
-            std::vector<std::pair<float, float>> got;
+            {
+                runtime_trace trace;
+                expect_extremes(k, md, {}, run_buffer<double, col_major>(q, k, md, {}, {}),
+                                "buffer, " + where);
+                EXPECT_EQ(trace.launches, c.launches) << "buffer, " << where;
+                EXPECT_TRUE(trace.device_mallocs.empty()) << "buffer, " << where;
+            }
             runtime_trace trace;
-            got = run_usm<float, row_major>(q, k, m, {}, nullptr);
-            expect_extremes(k, m, {}, got, where);
+            expect_extremes(k, m, {}, run_usm<float, row_major>(q, k, m, {}, nullptr), where);
             EXPECT_EQ(trace.launches, c.launches) << where;
 
             // Temporaries exist only for a chain of more than one launch: one array per extreme,
@@ -216,24 +224,6 @@ TEST(MinmaxPlanner, PointerChainsLaunchAllocateAndFreeAsPlanned) {
             EXPECT_EQ(std::vector<void*>(trace.frees.begin(), trace.frees.begin() + made.size()),
                       made)
                 << where;
-        }
-    }
-}
-
-TEST(MinmaxPlanner, BufferChainsLaunchTheSameStepsWithoutDeviceAllocations) {
-    constexpr std::int64_t n_dims = 3;
-    for (const auto& c : chain_cases) {
-        sycl::queue q{hs::make_gpu_device(c.group_size)};
-        const auto m = random_matrix<double>(n_dims, c.n_observations, 7 + c.n_observations);
-        for (kind k : all_kinds) {
-            const std::string where = std::string(name_of(k)) + ", g " +
-                                      std::to_string(c.group_size) + ", n " +
-                                      std::to_string(c.n_observations);
-            runtime_trace trace;
-            const auto got = run_buffer<double, col_major>(q, k, m, {}, {});
-            expect_extremes(k, m, {}, got, where);
-            EXPECT_EQ(trace.launches, c.launches) << where;
-            EXPECT_TRUE(trace.device_mallocs.empty()) << where;
         }
     }
 }
