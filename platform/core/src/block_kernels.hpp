@@ -602,41 +602,70 @@ void row_deviation_sums(const T* x,
 template <int Order, int G, class T>
 bool moments_rows_around(
     const T* x, int64_t rows, int64_t ld, const double* centres, moment_sums* out) {
+    constexpr int dims = G * lanes;
+    for (int d = 0; d < dims; ++d) {
+        if (!(centres[d] == centres[d])) {
+            return false;
+        }
+    }
+    // When the rows hold these dimensions only, the walk may start `skip` elements in, where the
+    // vector loads are aligned (none straddles two cache lines): every run of `dims` elements from
+    // there is still one observation of each dimension, turned by `skip`. Its last run would end
+    // past the block, so the last row's turned part and the first row's head are added one by one.
+    int64_t skip = 0;
+    const auto address = reinterpret_cast<uintptr_t>(x);
+    if (ld == dims && address % sizeof(T) == 0) {
+        skip = (lanes - static_cast<int64_t>(address / sizeof(T) % lanes)) % lanes;
+    }
+    const int64_t runs = skip == 0 ? rows : rows - 1;
     vdouble cv[G];
     for (int g = 0; g < G; ++g) {
         for (int l = 0; l < lanes; ++l) {
-            const double c = centres[g * lanes + l];
-            if (!(c == c)) {
-                return false;
-            }
-            cv[g][l] = c;
+            cv[g][l] = centres[(skip + g * lanes + l) % dims];
         }
     }
     vdouble a1[G] = {}, a2[G] = {}, a3[G] = {}, a4[G] = {};
-    for (int64_t base = 0; base < rows; base += chain) {
-        row_deviation_sums<Order, G, T>(x, nullptr, base, chunk_end(base, chain, rows), ld, cv, a1,
-                                        a2, a3, a4);
+    for (int64_t base = 0; base < runs; base += chain) {
+        row_deviation_sums<Order, G, T>(x + skip, nullptr, base, chunk_end(base, chain, runs), ld,
+                                        cv, a1, a2, a3, a4);
+    }
+    double s1[dims], s2[dims], s3[dims], s4[dims];
+    for (int g = 0; g < G; ++g) {
+        for (int l = 0; l < lanes; ++l) {
+            const int d = static_cast<int>((skip + g * lanes + l) % dims);
+            s1[d] = a1[g][l];
+            s2[d] = a2[g][l];
+            s3[d] = a3[g][l];
+            s4[d] = a4[g][l];
+        }
+    }
+    if (runs < rows) {
+        for (int d = 0; d < dims; ++d) {
+            const T* v = d < skip ? x + d : x + (rows - 1) * ld + d;
+            const double e = static_cast<double>(*v) - centres[d];
+            const double e2 = e * e;
+            s1[d] += e;
+            s2[d] += e2;
+            s3[d] += Order >= 3 ? e2 * e : 0;
+            s4[d] += Order >= 4 ? e2 * e2 : 0;
+        }
     }
     const double n = static_cast<double>(rows);
-    for (int g = 0; g < G; ++g) {
-        for (int l = 0; l < lanes; ++l) {
-            if (!centre_close(a1[g][l], a2[g][l], n)) {
-                return false;
-            }
+    for (int d = 0; d < dims; ++d) {
+        if (!centre_close(s1[d], s2[d], n)) {
+            return false;
         }
     }
-    for (int g = 0; g < G; ++g) {
-        for (int l = 0; l < lanes; ++l) {
-            moment_sums m;
-            m.w = n;
-            m.w2 = n;
-            m.c = cv[g][l];
-            m.d1 = a1[g][l];
-            m.d2 = a2[g][l];
-            m.d3 = a3[g][l];
-            m.d4 = a4[g][l];
-            out[g * lanes + l] = m;
-        }
+    for (int d = 0; d < dims; ++d) {
+        moment_sums m;
+        m.w = n;
+        m.w2 = n;
+        m.c = centres[d];
+        m.d1 = s1[d];
+        m.d2 = s2[d];
+        m.d3 = s3[d];
+        m.d4 = s4[d];
+        out[d] = m;
     }
     return true;
 }
