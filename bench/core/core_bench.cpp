@@ -169,6 +169,8 @@ inline uint64_t plain_sum(const void* bytes, int64_t n_bytes) {
         v2 s[4] = {};
         int64_t i = lo;
         for (; i + 8 <= hi; i += 8) {
+            // Unrolled at every optimisation level, so that the baseline does not depend on it.
+#pragma GCC unroll 4
             for (int u = 0; u < 4; ++u) {
                 v2 v;
                 std::memcpy(&v, x + i + 2 * u, sizeof(v));

@@ -390,6 +390,7 @@ void moments_column_group(
     const int64_t rv = rows - rows % unroll;
     if (w == nullptr) {
         for (int64_t r = 0; r < rv; r += unroll) {
+#pragma GCC unroll 4
             for (int u = 0; u < unroll; ++u) {
                 s[u] += load_wide(x + (r + u) * ld);
             }
@@ -679,17 +680,26 @@ void moments_rows(
     for (int64_t base = 0; base < rows; base += 2 * chain) {
         const int64_t end = chunk_end(base, 2 * chain, rows);
         vdouble c[2][G] = {};
-        for (int64_t r = base; r < end; r += 2) {
-            for (int u = 0; u < 2 && r + u < end; ++u) {
-                const double wr = w == nullptr ? 1.0 : static_cast<double>(w[r + u]);
-                if (w != nullptr && !(wr > 0)) {
-                    continue;
-                }
-                for (int g = 0; g < G; ++g) {
-                    const vdouble v = load_wide(x + (r + u) * ld + g * lanes);
-                    c[u][g] += w == nullptr ? v : v * wr;
-                }
+        // Rows in pairs, into two sets of sums, with constant indices so that they stay in
+        // registers at every optimisation level.
+        auto add_row = [&](int64_t r, int u) {
+            const double wr = w == nullptr ? 1.0 : static_cast<double>(w[r]);
+            if (w != nullptr && !(wr > 0)) {
+                return;
             }
+#pragma GCC unroll 4
+            for (int g = 0; g < G; ++g) {
+                const vdouble v = load_wide(x + r * ld + g * lanes);
+                c[u][g] += w == nullptr ? v : v * wr;
+            }
+        };
+        int64_t r = base;
+        for (; r + 2 <= end; r += 2) {
+            add_row(r, 0);
+            add_row(r + 1, 1);
+        }
+        if (r < end) {
+            add_row(r, 0);
         }
         for (int g = 0; g < G; ++g) {
             s[0][g] += c[0][g];
@@ -744,6 +754,7 @@ void moments_periodic(const T* x, int64_t rows, int64_t ld, moment_sums* out) {
     const int64_t nv = n - n % step;
     vdouble s[unroll] = {};
     for (int64_t i = 0; i < nv; i += step) {
+#pragma GCC unroll 4
         for (int u = 0; u < unroll; ++u) {
             s[u] += load_wide(x + i + u * lanes);
         }
@@ -775,6 +786,7 @@ void moments_periodic(const T* x, int64_t rows, int64_t ld, moment_sums* out) {
     }
     vdouble a1[unroll] = {}, a2[unroll] = {}, a3[unroll] = {}, a4[unroll] = {};
     for (int64_t i = 0; i < nv; i += step) {
+#pragma GCC unroll 4
         for (int u = 0; u < unroll; ++u) {
             const vdouble d = load_wide(x + i + u * lanes) - cv;
             const vdouble d2 = d * d;
@@ -924,6 +936,7 @@ bool extremes(const T* x, const T* w, int64_t n, extreme_sums* out) {
     if (w == nullptr) {
         constexpr int step = unroll * N;
         for (; i + step <= n; i += step) {
+#pragma GCC unroll 4
             for (int u = 0; u < unroll; ++u) {
                 const V v = load_native(x + i + u * N);
                 mn[u] = v < mn[u] ? v : mn[u];
@@ -987,6 +1000,7 @@ void extremes_rows(
         if (w != nullptr && !(w[r] > 0)) {
             continue;
         }
+#pragma GCC unroll 4
         for (int g = 0; g < G; ++g) {
             const V v = load_native(x + r * ld + g * N);
             mn[g] = v < mn[g] ? v : mn[g];
