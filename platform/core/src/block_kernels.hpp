@@ -564,7 +564,9 @@ void row_deviation_sums(const T* x,
                     if (w == nullptr) {
                         const vdouble d2 = d * d;
                         b1[p] += d;
-                        b2[p] += d2;
+                        if (Order >= 2) {
+                            b2[p] += d2;
+                        }
                         if (Order >= 3) {
                             b3[p] += d2 * d;
                         }
@@ -599,7 +601,7 @@ void row_deviation_sums(const T* x,
 // One pass around given centres (the previous block's), unweighted: accepted, and written to out,
 // only if every dimension's mean lies within an eighth of its standard deviation of its centre,
 // where sums around the centre lose nothing to sums around the mean. Otherwise the caller makes
-// the two passes.
+// the two passes. Order 1 accepts any centre: a sum of first powers loses nothing to it.
 template <int Order, int G, class T>
 bool moments_rows_around(
     const T* x, int64_t rows, int64_t ld, const double* centres, moment_sums* out) {
@@ -646,14 +648,14 @@ bool moments_rows_around(
             const double e = static_cast<double>(*v) - centres[d];
             const double e2 = e * e;
             s1[d] += e;
-            s2[d] += e2;
+            s2[d] += Order >= 2 ? e2 : 0;
             s3[d] += Order >= 3 ? e2 * e : 0;
             s4[d] += Order >= 4 ? e2 * e2 : 0;
         }
     }
     const double n = static_cast<double>(rows);
     for (int d = 0; d < dims; ++d) {
-        if (!centre_close(s1[d], s2[d], n)) {
+        if (Order > 1 && !centre_close(s1[d], s2[d], n)) {
             return false;
         }
     }
@@ -844,6 +846,12 @@ void moments_row_groups(const T* x,
                         double sumw2,
                         const double* centres,
                         moment_sums* out) {
+    if (Order == 1 && w == nullptr) {
+        // Plain sums are the sums of deviations around 0, with the same aligned walk.
+        static const double zeros[G * lanes] = {};
+        moments_rows_around<1, G>(x, rows, ld, zeros, out);
+        return;
+    }
     if (Order == 1 || w != nullptr || centres == nullptr ||
         !moments_rows_around<Order, G>(x, rows, ld, centres, out)) {
         moments_rows<Order, G>(x, w, rows, ld, sumw, sumw2, out);
