@@ -110,16 +110,18 @@ inline int64_t chunk_end(int64_t base, int64_t chunk, int64_t end) {
 // accumulators would cost a load and a store per term.
 constexpr int deviation_unroll = QND_VECTOR_BYTES == 64 ? 4 : 3;
 
+// The sum of U accumulators, pairwise where there are four.
 template <int U>
 inline vdouble tree_sum(const vdouble (&a)[U]) {
-    if (U == 4) {
-        return (a[0] + a[1]) + (a[2 % U] + a[3 % U]);
+    if constexpr (U == 4) {
+        return (a[0] + a[1]) + (a[2] + a[3]);
+    } else {
+        vdouble s = a[0];
+        for (int u = 1; u < U; ++u) {
+            s += a[u];
+        }
+        return s;
     }
-    vdouble s = a[0];
-    for (int u = 1; u < U; ++u) {
-        s += a[u];
-    }
-    return s;
 }
 
 struct power_sums {
@@ -198,8 +200,9 @@ inline bool centre_close(double d1, double d2, double n) {
     return 64 * d1 * d1 <= d2 * n;
 }
 
-// With a candidate centre (the previous block's), one pass around it, kept if the centre is close
-// to the block's mean: on data without jumps every block but the first is read once. Otherwise,
+// With a candidate centre (offered by the walk over the blocks), one pass around it, kept if the
+// centre is close to the block's mean: on data without jumps every block but the first is read
+// once. Otherwise,
 // or without a candidate, two passes: the block's mean, then the sums around it from cache.
 template <int Order, class T>
 bool moments_plain(const T* x, int64_t n, const double* centre, moment_sums* out) {
@@ -598,10 +601,11 @@ void row_deviation_sums(const T* x,
     }
 }
 
-// One pass around given centres (the previous block's), unweighted: accepted, and written to out,
-// only if every dimension's mean lies within an eighth of its standard deviation of its centre,
-// where sums around the centre lose nothing to sums around the mean. Otherwise the caller makes
-// the two passes. Order 1 accepts any centre: a sum of first powers loses nothing to it.
+// One pass around given centres (offered by the walk over the blocks), unweighted: accepted, and
+// written to out, only if every dimension's mean lies within an eighth of its standard deviation of
+// its centre, where sums around the centre lose nothing to sums around the mean. Otherwise the
+// caller makes the two passes. Order 1 accepts any centre: a sum of first powers loses nothing to
+// it.
 template <int Order, int G, class T>
 bool moments_rows_around(
     const T* x, int64_t rows, int64_t ld, const double* centres, moment_sums* out) {

@@ -9,7 +9,8 @@ namespace qnd_core {
 
 // Every kernel reduces one cache-sized block and returns false, with nothing else defined, when
 // a weight of the block is negative or not a number. `order` (1..4) is the highest order of the
-// sums wanted: order 1 makes one pass and leaves the block's centre at 0, higher orders make a
+// sums wanted: order 1 makes one pass and leaves the block's centre at 0; higher orders make one
+// pass around an offered centre when it proves close enough to the block's mean, otherwise a
 // second pass over the block, now in cache, around the block's own mean.
 template <class T>
 struct typed_kernels {
