@@ -40,21 +40,63 @@ inline offload_result submitted(sycl::event event) {
     return {std::move(event), offload_status::ok};
 }
 
-// One output of a raw group: refused with `code` when its bit is asked for and the array is
-// null.
-struct raw_output {
-    std::uint64_t bit;
-    const void* array;
-    std::int32_t code;
+// The two extremes: method 1 only, tested before the array.
+template <typename Func, bool Idx64, typename T, layout L, typename Method>
+offload_result run_extreme(
+    sycl::queue& queue, T* out, std::int32_t out_code, const dataset<L, T*>& data, Method method) {
+    if (method != offload_method_fast)
+        return refused(offload_status::method_refused);
+    if (out == nullptr)
+        return refused(out_code);
+    return submitted(
+        submit_minmax_usm<Idx64>(queue, data, Func{{out}}, std::vector<sycl::event>()));
+}
+
+// The words that tell raw moments and raw sums apart in their common ladder.
+struct raw_words {
+    std::uint64_t bits[4];  // orders 1 to 4 (the mean is the raw moment of order 1)
+    std::int32_t codes[4];  // missing output of orders 1 to 4
 };
 
-// The raw groups test their outputs in order and report the first one missing.
-inline std::int32_t first_missing(const raw_output (&outputs)[4], std::uint64_t mask) {
-    for (const raw_output& out : outputs) {
-        if ((mask & out.bit) && out.array == nullptr)
-            return out.code;
+inline constexpr raw_words raw_moment_words{
+    {cpu::est_mean, cpu::est_raw_moment_2, cpu::est_raw_moment_3, cpu::est_raw_moment_4},
+    {offload_status::mean_missing, offload_status::raw_moment_2_missing,
+     offload_status::raw_moment_3_missing, offload_status::raw_moment_4_missing}};
+
+inline constexpr raw_words raw_sum_words{
+    {cpu::est_raw_sum_1, cpu::est_raw_sum_2, cpu::est_raw_sum_3, cpu::est_raw_sum_4},
+    {offload_status::raw_sum_1_missing, offload_status::raw_sum_2_missing,
+     offload_status::raw_sum_3_missing, offload_status::raw_sum_4_missing}};
+
+// The two raw groups: method 1 only, then the outputs asked for, lowest order first. The
+// functor computes the orders whose arrays are present, each on its own, and writes order 1 in
+// every case.
+template <typename Func, bool Idx64, typename T, layout L, typename Method>
+offload_result run_raw(sycl::queue& queue,
+                       T* out1,
+                       T* out2,
+                       T* out3,
+                       T* out4,
+                       const dataset<L, T*>& data,
+                       Method method,
+                       std::uint64_t mask,
+                       const raw_words& words) {
+    if (method != offload_method_fast)
+        return refused(offload_status::method_refused);
+    const T* const outs[4] = {out1, out2, out3, out4};
+    for (int k = 0; k < 4; ++k) {
+        if ((mask & words.bits[k]) && outs[k] == nullptr)
+            return refused(words.codes[k]);
     }
-    return offload_status::ok;
+    Func func{};
+    func.has_order2 = out2 != nullptr;
+    func.has_order3 = out3 != nullptr;
+    func.has_order4 = out4 != nullptr;
+    func.out1 = out1;
+    func.out2 = out2;
+    func.out3 = out3;
+    func.out4 = out4;
+    return submitted(submit_basic_usm<Idx64>(queue, data, func, std::vector<sycl::event>()));
 }
 
 // The words that tell central moments and central sums apart in their common ladder.
@@ -178,34 +220,26 @@ bool shape_ladder_head(
 
 }  // namespace offload_detail
 
-// Minimum of each kept dimension; method 1 only, tested before the array.
+// Minimum of each kept dimension.
 template <typename T, layout L, bool Idx64>
 offload_result offload_min(sycl::queue& queue,
                            T* min,
                            const dataset<L, T*>& data,
                            offload_method_int<Idx64> method) {
     using namespace offload_detail;
-    if (method != offload_method_fast)
-        return refused(offload_status::method_refused);
-    if (min == nullptr)
-        return refused(offload_status::min_missing);
-    return submitted(submit_minmax_usm<Idx64>(queue, data, min_func_fast<T, true>{{min}},
-                                              std::vector<sycl::event>()));
+    return run_extreme<min_func_fast<T, true>, Idx64>(queue, min, offload_status::min_missing, data,
+                                                      method);
 }
 
-// Maximum of each kept dimension; method 1 only, tested before the array.
+// Maximum of each kept dimension, never below the smallest positive normal value.
 template <typename T, layout L, bool Idx64>
 offload_result offload_max(sycl::queue& queue,
                            T* max,
                            const dataset<L, T*>& data,
                            offload_method_int<Idx64> method) {
     using namespace offload_detail;
-    if (method != offload_method_fast)
-        return refused(offload_status::method_refused);
-    if (max == nullptr)
-        return refused(offload_status::max_missing);
-    return submitted(submit_minmax_usm<Idx64>(queue, data, max_func_fast<T, true>{{max}},
-                                              std::vector<sycl::event>()));
+    return run_extreme<max_func_fast<T, true>, Idx64>(queue, max, offload_status::max_missing, data,
+                                                      method);
 }
 
 // Weighted power sums of orders 1 to 4. The mask guards the arrays asked for; the arrays present
@@ -220,25 +254,8 @@ offload_result offload_raw_sum(sycl::queue& queue,
                                offload_method_int<Idx64> method,
                                std::uint64_t mask) {
     using namespace offload_detail;
-    if (method != offload_method_fast)
-        return refused(offload_status::method_refused);
-    const std::int32_t status =
-        first_missing({{cpu::est_raw_sum_1, raw_sum_1, offload_status::raw_sum_1_missing},
-                       {cpu::est_raw_sum_2, raw_sum_2, offload_status::raw_sum_2_missing},
-                       {cpu::est_raw_sum_3, raw_sum_3, offload_status::raw_sum_3_missing},
-                       {cpu::est_raw_sum_4, raw_sum_4, offload_status::raw_sum_4_missing}},
-                      mask);
-    if (status != offload_status::ok)
-        return refused(status);
-    raw_sum_func_fast<T, true> func{};
-    func.has_order2 = raw_sum_2 != nullptr;
-    func.has_order3 = raw_sum_3 != nullptr;
-    func.has_order4 = raw_sum_4 != nullptr;
-    func.out1 = raw_sum_1;
-    func.out2 = raw_sum_2;
-    func.out3 = raw_sum_3;
-    func.out4 = raw_sum_4;
-    return submitted(submit_basic_usm<Idx64>(queue, data, func, std::vector<sycl::event>()));
+    return run_raw<raw_sum_func_fast<T, true>, Idx64>(queue, raw_sum_1, raw_sum_2, raw_sum_3,
+                                                      raw_sum_4, data, method, mask, raw_sum_words);
 }
 
 // Mean and raw moments of orders 2 to 4, alike: `mean` is written in every case.
@@ -252,25 +269,9 @@ offload_result offload_raw_moment(sycl::queue& queue,
                                   offload_method_int<Idx64> method,
                                   std::uint64_t mask) {
     using namespace offload_detail;
-    if (method != offload_method_fast)
-        return refused(offload_status::method_refused);
-    const std::int32_t status =
-        first_missing({{cpu::est_mean, mean, offload_status::mean_missing},
-                       {cpu::est_raw_moment_2, raw_moment_2, offload_status::raw_moment_2_missing},
-                       {cpu::est_raw_moment_3, raw_moment_3, offload_status::raw_moment_3_missing},
-                       {cpu::est_raw_moment_4, raw_moment_4, offload_status::raw_moment_4_missing}},
-                      mask);
-    if (status != offload_status::ok)
-        return refused(status);
-    raw_moment_func_fast<T, true> func{};
-    func.has_order2 = raw_moment_2 != nullptr;
-    func.has_order3 = raw_moment_3 != nullptr;
-    func.has_order4 = raw_moment_4 != nullptr;
-    func.out1 = mean;
-    func.out2 = raw_moment_2;
-    func.out3 = raw_moment_3;
-    func.out4 = raw_moment_4;
-    return submitted(submit_basic_usm<Idx64>(queue, data, func, std::vector<sycl::event>()));
+    return run_raw<raw_moment_func_fast<T, true>, Idx64>(queue, mean, raw_moment_2, raw_moment_3,
+                                                         raw_moment_4, data, method, mask,
+                                                         raw_moment_words);
 }
 
 // Central sums of orders 2 to 4. Method 1 stores the mean and the raw moments they rest on as
