@@ -61,27 +61,10 @@ enum class adaptor {
 };
 
 inline const char* adaptor_name(adaptor a) {
-    switch (a) {
-        case adaptor::min:
-            return "min";
-        case adaptor::max:
-            return "max";
-        case adaptor::raw_sum:
-            return "raw_sum";
-        case adaptor::raw_moment:
-            return "raw_moment";
-        case adaptor::central_sum:
-            return "central_sum";
-        case adaptor::central_moment:
-            return "central_moment";
-        case adaptor::variation:
-            return "variation";
-        case adaptor::skewness:
-            return "skewness";
-        case adaptor::kurtosis:
-            return "kurtosis";
-    }
-    return "?";
+    static const char* const names[] = {"min",        "max",         "raw_sum",
+                                        "raw_moment", "central_sum", "central_moment",
+                                        "variation",  "skewness",    "kurtosis"};
+    return names[static_cast<int>(a)];
 }
 
 // The nine adaptors, and the five that take the caller's mean.
