@@ -7,7 +7,6 @@
 #include <chrono>
 #include <cstdint>
 #include <cstdlib>
-#include <optional>
 #include <thread>
 #include <unordered_set>
 #include <vector>
@@ -59,37 +58,25 @@ TEST(platform, the_gpu_group_size_comes_from_the_environment_when_it_is_a_number
     }
 }
 
-// A depth-first search by native handle over the partition tree, the way a caller that holds
-// only a native device handle finds its SYCL device.
-std::optional<sycl::device> match(const sycl::device& d, void* wanted, int& splits) {
-    if (sycl::get_native<native>(d) == wanted)
-        return d;
-    if (d.get_info<di::partition_properties>() != std::vector<pp>{static_cast<pp>(4232)})
-        return std::nullopt;
-    ++splits;
-    for (const auto& s : d.create_sub_devices<pp::partition_by_affinity_domain>(
-             static_cast<sycl::info::partition_affinity_domain>(32)))
-        if (auto found = match(s, wanted, splits))
-            return found;
-    return std::nullopt;
-}
-
-TEST(platform, the_emulated_gpu_splits_into_tiles_and_slices_found_by_native_handle) {
+// The emulated GPU splits into two tiles and each tile into two slices, the same devices with
+// the same native handles every time.
+TEST(platform, the_emulated_gpu_splits_into_tiles_and_slices) {
     const sycl::device gpu{sycl::gpu_selector_v};
     const auto split = [](const sycl::device& d) {
         return d.create_sub_devices<pp::partition_by_affinity_domain>(
-            sycl::info::partition_affinity_domain::next_partitionable);
+            static_cast<sycl::info::partition_affinity_domain>(32));
     };
+    EXPECT_EQ(gpu.get_info<di::partition_properties>(), std::vector<pp>{static_cast<pp>(4232)});
     const auto tiles = split(gpu);
     ASSERT_EQ(tiles.size(), 2u);
-    EXPECT_EQ(tiles, split(gpu));  // the same devices every time
+    EXPECT_EQ(tiles, split(gpu));
     EXPECT_EQ(tiles[1].get_info<di::parent_device>(), gpu);
     EXPECT_EQ(tiles[1].get_info<di::partition_type_property>(), pp::partition_by_affinity_domain);
-    EXPECT_EQ(split(tiles[1])[0].get_info<di::name>(), "hostsycl emulated GPU, tile 1, slice 0");
-    EXPECT_TRUE(split(tiles[1])[0].get_info<di::partition_properties>().empty());
-    int splits = 0;
-    EXPECT_EQ(match(gpu, sycl::get_native<native>(tiles[1]), splits), tiles[1]);
-    EXPECT_EQ(splits, 2);  // the root, then the first tile, before the second tile matched
+    const sycl::device slice = split(tiles[1])[1];
+    EXPECT_EQ(slice.get_info<di::name>(), "hostsycl emulated GPU, tile 1, slice 1");
+    EXPECT_EQ(sycl::get_native<native>(slice), sycl::get_native<native>(split(tiles[1])[1]));
+    EXPECT_NE(sycl::get_native<native>(slice), sycl::get_native<native>(split(tiles[0])[1]));
+    EXPECT_TRUE(slice.get_info<di::partition_properties>().empty());
 }
 
 // A queue made from another's native handle shares its FIFO, and its end waits for what it

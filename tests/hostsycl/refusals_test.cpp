@@ -131,16 +131,4 @@ TEST(refusals, each_throws_its_code_and_words) {
     hs::fail_next_allocations(0);
 }
 
-TEST(refusals, the_sycl_category_names_each_code) {
-    std::string all;
-    for (int code = 0; code <= 15; ++code)
-        all += sycl::make_error_code(static_cast<sycl::errc>(code)).message() + "; ";
-    EXPECT_EQ(all,
-              "success; runtime error; kernel error; accessor error; nd_range error; event "
-              "error; kernel argument error; build error; invalid object; memory allocation "
-              "error; platform error; profiling error; feature not supported; kernel not "
-              "supported; backend mismatch; unknown error 15; ");
-    EXPECT_STREQ(sycl::sycl_category().name(), "sycl");
-}
-
 }  // namespace
