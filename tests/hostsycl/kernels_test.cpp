@@ -153,7 +153,7 @@ TEST_P(kernels, collectives_give_every_work_item_the_results_folded_in_local_id_
             c = std::min(c, static_cast<char>((l * 5 + 3) % 11));
         }
         const double want[] = {
-            x[(L - 1 - i % L) * stride],   sum,         lo, hi, 0.5f + sum, double{c},
+            x[(L - 1 - i % L) * stride],   sum,         lo, hi, 0.5f + sum, c + 0.0,
             first * 11.0 + (L - 1) * 10.0, 2.0 + 10 * n};
         for (std::size_t j = 0; j < k; ++j)
             ASSERT_EQ(out[k * i + j], want[j]) << "item " << i << ", result " << j;
