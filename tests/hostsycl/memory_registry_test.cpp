@@ -23,6 +23,10 @@ namespace hs = sycl::ext::hostsycl;
 
 TEST(usm, allocations_are_aligned_observed_and_fail_when_told) {
     sycl::queue q{hs::make_gpu_device(16)};
+    double* big = sycl::malloc_device<double>(std::size_t{1} << 21, q);  // 16 MiB
+    ASSERT_NE(big, nullptr);
+    big[(std::size_t{1} << 21) - 1] = 1.0;
+    sycl::free(big, q);
     using op = hs::usm_op;
     std::vector<std::tuple<op, void*, std::size_t>> seen;
     hs::set_usm_observer([&](op o, void* p, std::size_t bytes) { seen.emplace_back(o, p, bytes); });

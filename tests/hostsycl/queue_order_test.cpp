@@ -32,10 +32,9 @@ sycl::async_handler recorder(std::vector<std::string>& seen) {
         for (const auto& e : errors) {
             try {
                 std::rethrow_exception(e);
-            } catch (const sycl::exception& x) {
-                seen.push_back(std::to_string(x.code().value()) + " " + x.what());
             } catch (const std::exception& x) {
-                seen.push_back(std::string("-1 ") + x.what());
+                const auto* s = dynamic_cast<const sycl::exception*>(&x);
+                seen.push_back(std::to_string(s ? s->code().value() : -1) + " " + x.what());
             }
         }
     };
