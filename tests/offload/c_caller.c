@@ -1,15 +1,13 @@
-/* A C program that includes the offload header and calls all eight entry points with a task
-   whose storage format is not one of the two layouts: each must answer -3, which it does
-   before it looks at anything else. Exit status 0 on success. */
+/* A C program that includes the offload header and calls all eight entry points in a process
+   without an offload runtime: a task whose storage format is neither layout gets -3, a row-major
+   task -2, each before anything else is looked at. Exit status 0 on success. */
 #include <stdint.h>
 #include <stdio.h>
 
 #include "tavrel/qnd/offload.h"
 
-int main(void) {
-    /* The task record in 64-bit words: word 8 points at the storage format. */
-    uint64_t storage = 7;
-    const void* record[30] = {0};
+static int failures_of(uint64_t storage, int32_t want) {
+    const void* record[30] = {0}; /* the task in 64-bit words: word 8 points at the storage */
     void* task = (void*)record;
     uint64_t estimates = 0x400;
     int32_t method32 = 1;
@@ -28,10 +26,14 @@ int main(void) {
     got[6] = qnd_rtk_ssscompute_omp_offload(&task, &estimates, &method64, NULL);
     got[7] = qnd_rtk_dsscompute_omp_offload(&task, &estimates, &method64, NULL);
     for (i = 0; i < 8; ++i) {
-        if (got[i] != -3) {
-            fprintf(stderr, "entry point %d answered %d, not -3\n", i, (int)got[i]);
+        if (got[i] != want) {
+            fprintf(stderr, "entry point %d answered %d, not %d\n", i, (int)got[i], (int)want);
             ++failures;
         }
     }
-    return failures == 0 ? 0 : 1;
+    return failures;
+}
+
+int main(void) {
+    return failures_of(7, -3) + failures_of(65536, -2) == 0 ? 0 : 1;
 }

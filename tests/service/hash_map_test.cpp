@@ -1,5 +1,5 @@
-// The caches' hash map: FNV-1a keys against hand-computed values, the growth of the bucket
-// count, stable nodes, and the order in which the two caches are destroyed.
+// The caches' hash map: FNV-1a keys against hand-computed values, keys that hash alike, the
+// growth of the bucket count, stable nodes, and the order in which the two caches are destroyed.
 #include <cstdint>
 #include <string>
 #include <utility>
@@ -19,81 +19,51 @@ void* pointer(std::uintptr_t value) {
 }
 
 // Hand-computed FNV-1a 64 (basis 0xcbf29ce484222325, prime 0x100000001b3) of the pointers'
-// bytes, low byte first.
-TEST(fnv1a, pointer_bytes_against_hand_computed_values) {
-    struct case_ {
-        std::uintptr_t pointer;
-        std::uint64_t hash;
-    };
-    const case_ cases[] = {
-        {0x0, 0xa8c7f832281a39c5ull},                 // eight zero bytes
-        {0x0102030405060708, 0x0c6d4496e17859d5ull},  // bytes 08 07 ... 01 in memory
-        {0x10, 0x987468c2d70edbd5ull},
-    };
-    for (const case_& c : cases)
-        EXPECT_EQ(fnv1a(pointer(c.pointer)), c.hash) << std::hex << c.pointer;
-}
-
-TEST(fnv1a, keys_hash_the_handle_or_xor_both_and_a_null_device_still_counts) {
-    EXPECT_EQ(key_hash(queue_key{pointer(0x10)}), 0x987468c2d70edbd5ull);
-    void* a = pointer(0x0102030405060708);
-    void* b = pointer(0x10);
-    EXPECT_EQ(key_hash(context_key{a, nullptr}), 0x0c6d4496e17859d5ull ^ 0xa8c7f832281a39c5ull);
+// bytes, low byte first; a context key is the xor of its two handles' hashes. (a, b) and (b, a)
+// hash alike, as do (a, a) and (b, b) with 0, and all four are entries of their own.
+TEST(service_hash_map, keys_hash_like_hand_computed_values_and_stay_apart) {
+    constexpr std::uint64_t zero = 0xa8c7f832281a39c5ull;   // eight zero bytes
+    constexpr std::uint64_t bytes = 0x0c6d4496e17859d5ull;  // 08 07 ... 01 in memory
+    void* const a = pointer(0x0102030405060708);
+    void* const b = pointer(0x10);
+    EXPECT_EQ(fnv1a(nullptr), zero);
+    EXPECT_EQ(key_hash(queue_key{a}), bytes);
+    EXPECT_EQ(key_hash(queue_key{b}), 0x987468c2d70edbd5ull);
+    EXPECT_EQ(key_hash(context_key{a, nullptr}), bytes ^ zero);
     EXPECT_EQ(key_hash(context_key{a, b}), key_hash(context_key{b, a}));
     EXPECT_EQ(key_hash(context_key{a, a}), 0u);
-    EXPECT_FALSE((context_key{a, b} == context_key{b, a}));
-}
-
-TEST(pointer_hash_map, swapped_pairs_are_two_entries) {
+    EXPECT_FALSE((context_key{a, b} == context_key{a, nullptr}));  // both handles count
     pointer_hash_map<context_key, int> map;
-    void* a = pointer(0x1000);
-    void* b = pointer(0x2000);
-    map.find_or_insert({a, b}) = 1;
-    map.find_or_insert({b, a}) = 2;
-    map.find_or_insert({a, a}) = 3;
-    map.find_or_insert({b, b}) = 4;  // (a, a) and (b, b) share the hash 0 and a chain
+    const context_key keys[] = {{a, b}, {b, a}, {a, a}, {b, b}};
+    for (int k = 0; k < 4; ++k)
+        map.find_or_insert(keys[k]) = k;
     EXPECT_EQ(map.size, 4u);
-    EXPECT_EQ(*map.find({a, b}), 1);
-    EXPECT_EQ(*map.find({b, a}), 2);
-    EXPECT_EQ(*map.find({a, a}), 3);
-    EXPECT_EQ(*map.find({b, b}), 4);
+    for (int k = 0; k < 4; ++k)
+        EXPECT_EQ(*map.find(keys[k]), k);
     EXPECT_EQ(map.find({a, nullptr}), nullptr);
 }
 
 // 8 buckets to start; a ninth entry makes 64, the 65th 512, the 513th 1024 (what the size needs,
-// raised to a power of two), the 1025th 2048.
-TEST(pointer_hash_map, bucket_count_grows_eightfold_below_512_then_by_size) {
+// raised to a power of two), the 1025th 2048. Values keep their address as the map grows, and a
+// key already there inserts nothing.
+TEST(service_hash_map, buckets_grow_eightfold_below_512_then_by_size_and_values_stay_put) {
     pointer_hash_map<queue_key, std::size_t> map;
-    EXPECT_EQ(map.bucket_count, 8u);
-    std::vector<std::pair<std::size_t, std::size_t>> changes;  // size and buckets after growth
-    std::size_t buckets = map.bucket_count;
+    std::vector<std::pair<std::size_t, std::size_t>> growth{{0, map.bucket_count}};
+    std::vector<std::size_t*> values;
     for (std::size_t i = 1; i <= 1100; ++i) {
-        map.find_or_insert({pointer(i * 64)}) = i;
-        if (map.bucket_count != buckets) {
-            buckets = map.bucket_count;
-            changes.emplace_back(map.size, buckets);
-        }
+        values.push_back(&map.find_or_insert({pointer(i * 64)}));
+        *values.back() = i;
+        if (map.bucket_count != growth.back().second)
+            growth.emplace_back(map.size, map.bucket_count);
     }
-    const std::vector<std::pair<std::size_t, std::size_t>> expected{
-        {9, 64}, {65, 512}, {513, 1024}, {1025, 2048}};
-    EXPECT_EQ(changes, expected);
-}
-
-TEST(pointer_hash_map, values_keep_their_address_across_growth) {
-    pointer_hash_map<queue_key, std::size_t> map;
-    std::vector<std::size_t*> addresses;
-    for (std::size_t i = 1; i <= 600; ++i) {
-        std::size_t& value = map.find_or_insert({pointer(i)});
-        value = i;
-        addresses.push_back(&value);
+    EXPECT_EQ(growth, (std::vector<std::pair<std::size_t, std::size_t>>{
+                          {0, 8}, {9, 64}, {65, 512}, {513, 1024}, {1025, 2048}}));
+    for (std::size_t i = 1; i <= 1100; ++i) {
+        ASSERT_EQ(map.find({pointer(i * 64)}), values[i - 1]);
+        EXPECT_EQ(*values[i - 1], i);
     }
-    for (std::size_t i = 1; i <= 600; ++i) {
-        ASSERT_EQ(map.find({pointer(i)}), addresses[i - 1]);
-        EXPECT_EQ(*addresses[i - 1], i);
-    }
-    // A second lookup of a present key inserts nothing.
-    EXPECT_EQ(&map.find_or_insert({pointer(1)}), addresses[0]);
-    EXPECT_EQ(map.size, 600u);
+    EXPECT_EQ(&map.find_or_insert({pointer(64)}), values[0]);
+    EXPECT_EQ(map.size, 1100u);
 }
 
 // Values that write their name into a shared log when destroyed.
@@ -106,7 +76,7 @@ struct logged {
     }
 };
 
-TEST(cache_pair, every_queue_goes_before_any_context) {
+TEST(service_hash_map, the_cache_pair_destroys_every_queue_before_any_context) {
     std::vector<std::string> log;
     {
         cache_pair<logged, logged> caches;

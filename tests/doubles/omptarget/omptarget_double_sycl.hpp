@@ -1,8 +1,9 @@
-// Interop objects of the offload runtime's double that stand for hostsycl queues, contexts and
-// devices, one maker per foreign runtime.
+// Interop objects of the offload runtime's double, one maker per foreign runtime standing for
+// hostsycl queues, contexts and devices, and queues new to the caches.
 #pragma once
 
 #include <cstdint>
+#include <memory>
 
 #include <sycl/sycl.hpp>
 
@@ -10,39 +11,67 @@
 
 namespace omptarget_double {
 
-inline constexpr sycl::backend native_backend = sycl::backend::ext_hostsycl_native;
+using answer = omptarget_double_answer;
+using interop_ptr = std::unique_ptr<omptarget_double_interop>;
 
-// Foreign runtime 4: property 5 is the address of `queue`, which must outlive the object.
-inline void* sycl_interop(sycl::queue* queue) {
-    void* interop = omptarget_double_new_interop(4);
-    omptarget_double_set_property(interop, 5, queue);
+template <typename Object>
+void* native(const Object& object) {
+    return sycl::get_native<sycl::backend::ext_hostsycl_native>(object);
+}
+
+// A queue on the GPU in a context of its own, so that its native context is new to the caches.
+inline sycl::queue fresh_gpu_queue() {
+    const sycl::device device{sycl::gpu_selector_v};
+    return sycl::queue(sycl::context(device), device);
+}
+
+// What `property` answers through omp_get_interop_int, and through __tgt_get_interop_property.
+inline answer& int_of(const interop_ptr& interop, int property) {
+    return interop->ints[property + 1];
+}
+inline answer& pointer_of(const interop_ptr& interop, int property) {
+    return interop->pointers[property + 1];
+}
+inline answer pointing_at(const void* value) {
+    return {reinterpret_cast<std::intptr_t>(value), 0, 0};
+}
+
+// An interop object of foreign runtime `runtime` (property -1) whose other queries fail with -1.
+inline interop_ptr new_interop(int runtime) {
+    interop_ptr interop(new omptarget_double_interop{});
+    for (int property = -1; property <= 15; ++property)
+        int_of(interop, property) = pointer_of(interop, property) = {0, -1, 0};
+    int_of(interop, -1) = {runtime, 0, 0};
     return interop;
 }
 
-// Foreign runtime 6, the driver runtime: native queue (5), device (7) and context (9) of
-// `queue`, the kind 2 (8) and the immediate flag (10).
-inline void* driver_interop(const sycl::queue& queue, bool immediate = false) {
-    void* interop = omptarget_double_new_interop(6);
-    omptarget_double_set_property(interop, 5, sycl::get_native<native_backend>(queue));
-    omptarget_double_set_property(interop, 7, sycl::get_native<native_backend>(queue.get_device()));
-    omptarget_double_set_property(interop, 9,
-                                  sycl::get_native<native_backend>(queue.get_context()));
-    omptarget_double_set_kind(interop, 2);
-    omptarget_double_set_int(interop, 10, immediate ? 1 : 0);
+// Runtime 4: property 5 is the address of `queue`, which must outlive the object.
+inline interop_ptr sycl_interop(sycl::queue* queue) {
+    interop_ptr interop = new_interop(4);
+    pointer_of(interop, 5) = pointing_at(queue);
     return interop;
 }
 
-// Foreign runtime 3, OpenCL: the native queue (5) and context (6 and 9) of `queue` stand for
-// OpenCL handles, with the kind 1 (8). hostsycl does not serve the OpenCL backend, so a queue
-// or context made from them throws errc::feature_not_supported.
-inline void* opencl_interop(const sycl::queue& queue) {
-    void* interop = omptarget_double_new_interop(3);
-    void* context = sycl::get_native<native_backend>(queue.get_context());
-    omptarget_double_set_property(interop, 5, sycl::get_native<native_backend>(queue));
-    omptarget_double_set_property(interop, 6, context);
-    omptarget_double_set_property(interop, 9, context);
-    omptarget_double_set_kind(interop, 1);
+// Runtime 6, or 3 (OpenCL), with the kind 2 or 1 behind property 8: the native queue (5) and
+// context (9, and 6 for OpenCL) of `queue` stand for those of the runtime, and for the driver
+// runtime its native device (7) and the immediate flag (10). hostsycl does not serve the OpenCL
+// backend: a queue or context made from OpenCL handles throws errc::feature_not_supported.
+inline interop_ptr native_interop(const sycl::queue& queue, bool opencl, bool immediate = false) {
+    interop_ptr interop = new_interop(opencl ? 3 : 6);
+    pointer_of(interop, 5) = pointing_at(native(queue));
+    pointer_of(interop, opencl ? 6 : 7) =
+        pointing_at(opencl ? native(queue.get_context()) : native(queue.get_device()));
+    pointer_of(interop, 9) = pointing_at(native(queue.get_context()));
+    interop->kind = opencl ? 1 : 2;
+    pointer_of(interop, 8) = pointing_at(&interop->kind);
+    int_of(interop, 10) = {immediate ? 1 : 0, 0, 0};
     return interop;
+}
+inline interop_ptr driver_interop(const sycl::queue& queue, bool immediate = false) {
+    return native_interop(queue, false, immediate);
+}
+inline interop_ptr opencl_interop(const sycl::queue& queue) {
+    return native_interop(queue, true);
 }
 
 }  // namespace omptarget_double
