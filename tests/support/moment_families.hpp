@@ -1,5 +1,5 @@
 // The eight moment families as data for table-driven tests: their names, their outputs, a
-// uniform way to call them, and the reference value of each output.
+// uniform way to call them in either form, and the reference value of each output.
 #pragma once
 
 #include <array>
@@ -87,6 +87,45 @@ sycl::event call_moment_family(moment_family family,
             return st::kurtosis<M, T, L>(queue, data, outs[0], deps);
     }
     return {};
+}
+
+// The buffer form of `family` with method M, likewise: `mean`, if not null, selects the form with
+// the caller's mean; outputs past the family's count are ignored.
+template <int M, typename T, tavrel::qnd::stats::layout L>
+void call_buffer_form(moment_family family,
+                      sycl::queue& q,
+                      sycl::buffer<T, 1>* mean,
+                      const tavrel::qnd::stats::dataset<L, sycl::buffer<T, 1>>& data,
+                      std::array<sycl::buffer<T, 1>, 4>& o) {
+    namespace st = tavrel::qnd::stats;
+    switch (family) {
+        case moment_family::mean:
+            return st::mean<M, T, L>(q, data, o[0]);
+        case moment_family::raw_sum:
+            return st::raw_sum<M, T, L>(q, data, o[0], o[1], o[2], o[3]);
+        case moment_family::raw_moment:
+            return st::raw_moment<M, T, L>(q, data, o[0], o[1], o[2], o[3]);
+        case moment_family::central_sum:
+            if (mean)
+                return st::central_sum<1, T, L>(q, *mean, data, o[0], o[1], o[2]);
+            return st::central_sum<M, T, L>(q, data, o[0], o[1], o[2]);
+        case moment_family::central_moment:
+            if (mean)
+                return st::central_moment<1, T, L>(q, *mean, data, o[0], o[1], o[2]);
+            return st::central_moment<M, T, L>(q, data, o[0], o[1], o[2]);
+        case moment_family::variation:
+            if (mean)
+                return st::variation<1, T, L>(q, *mean, data, o[0]);
+            return st::variation<M, T, L>(q, data, o[0]);
+        case moment_family::skewness:
+            if (mean)
+                return st::skewness<1, T, L>(q, *mean, data, o[0]);
+            return st::skewness<M, T, L>(q, data, o[0]);
+        case moment_family::kurtosis:
+            if (mean)
+                return st::kurtosis<1, T, L>(q, *mean, data, o[0]);
+            return st::kurtosis<M, T, L>(q, data, o[0]);
+    }
 }
 
 // The reference value of output k (declaration order) of `family`.
