@@ -62,20 +62,18 @@ struct chain_case {
 // extreme of n_dims rows of the first step's group count, freed in the order made, before the
 // test's own arrays.
 TEST(minmax_engine, chains_launch_allocate_and_free_as_planned) {
-    const chain_case cases[] = {
-        {4, 1, "single 1/1"},
-        {4, 3, "single 3/3"},
-        {4, 4, "single 4/4"},
-        {4, 5, "first 8/4, last 2/2"},
-        {4, 12, "first 12/4, last 3/3"},
-        {4, 16, "first 16/4, last 4/4"},
-        {4, 17, "first 20/4, next 8/4, last 2/2"},
-        {4, 65, "first 68/4, next 20/4, next 8/4, last 2/2"},
-        {3, 10, "first 12/3, next 6/3, last 2/2"},
-        {3, 28, "first 30/3, next 12/3, next 6/3, last 2/2"},
-        {5, 23, "first 25/5, last 5/5"},
-        {2, 9, "first 10/2, next 6/2, next 4/2, last 2/2"},
-    };
+    const chain_case cases[] = {{4, 1, "single 1/1"},
+                                {4, 3, "single 3/3"},
+                                {4, 4, "single 4/4"},
+                                {4, 5, "first 8/4, last 2/2"},
+                                {4, 12, "first 12/4, last 3/3"},
+                                {4, 16, "first 16/4, last 4/4"},
+                                {4, 17, "first 20/4, next 8/4, last 2/2"},
+                                {4, 65, "first 68/4, next 20/4, next 8/4, last 2/2"},
+                                {3, 10, "first 12/3, next 6/3, last 2/2"},
+                                {3, 28, "first 30/3, next 12/3, next 6/3, last 2/2"},
+                                {5, 23, "first 25/5, last 5/5"},
+                                {2, 9, "first 10/2, next 6/2, next 4/2, last 2/2"}};
     constexpr std::int64_t n_dims = 3;
     const sycl::device gpu_device(sycl::gpu_selector_v);
     for (const chain_case& c : cases) {
