@@ -1,5 +1,6 @@
 // The devices that the engine tests run on: the default emulated GPU, emulated GPUs of tiny
-// work-group sizes that walk every branch of the launch tree, and the CPU device.
+// work-group sizes that walk every branch of the launch tree, and the CPU device, with names for
+// tests parameterised by device.
 #pragma once
 
 #include <cstddef>
@@ -37,5 +38,21 @@ inline std::size_t group_size_of(const sycl::device& device) {
 inline std::string device_label(const sycl::device& device) {
     return (device.is_gpu() ? "gpu" : "cpu") + std::to_string(group_size_of(device));
 }
+
+// The CPU device, then test_gpus(): every device that an estimator test runs on.
+inline std::vector<sycl::device> test_devices() {
+    std::vector<sycl::device> devices{cpu_device()};
+    for (const sycl::device& gpu : test_gpus())
+        devices.push_back(gpu);
+    return devices;
+}
+
+// Names the instances of a test parameterised by device after the device ("gpu3").
+struct device_name {
+    template <typename Info>
+    std::string operator()(const Info& info) const {
+        return device_label(info.param);
+    }
+};
 
 }  // namespace qnd_test

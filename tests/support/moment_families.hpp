@@ -1,5 +1,5 @@
 // The eight moment families as data for table-driven tests: their names, their outputs, a
-// uniform way to call them, and the reference value of each output.
+// uniform way to call them in either form, and the reference value of each output.
 #pragma once
 
 #include <array>
@@ -46,8 +46,61 @@ inline const std::vector<moment_family_info>& moment_families() {
     return families;
 }
 
-// Calls the pointer form of `family` with method M. outs holds the outputs in declaration order
-// (unused ones ignored); `mean`, if not null, selects the form with the caller's mean.
+// The caller's mean as each form takes it: a pointer as it is, a buffer by value.
+template <typename T>
+T* as_mean(T* mean) {
+    return mean;
+}
+template <typename T>
+sycl::buffer<T, 1> as_mean(sycl::buffer<T, 1>* mean) {
+    return *mean;
+}
+
+// Calls `family` with method M in the form of `data` (pointers or buffers). o holds the outputs
+// in declaration order (unused ones ignored); `mean`, if not null, selects the form with the
+// caller's mean (method value 1); deps, if given, are the pointer form's dependencies.
+template <int M,
+          typename T,
+          tavrel::qnd::stats::layout L,
+          typename Data,
+          typename Mean,
+          typename Outputs,
+          typename... Deps>
+auto call_family(moment_family family,
+                 sycl::queue& q,
+                 Mean* mean,
+                 const Data& data,
+                 Outputs& o,
+                 const Deps&... deps) {
+    namespace st = tavrel::qnd::stats;
+    switch (family) {
+        case moment_family::raw_sum:
+            return st::raw_sum<M, T, L>(q, data, o[0], o[1], o[2], o[3], deps...);
+        case moment_family::raw_moment:
+            return st::raw_moment<M, T, L>(q, data, o[0], o[1], o[2], o[3], deps...);
+        case moment_family::central_sum:
+            return mean
+                       ? st::central_sum<1, T, L>(q, as_mean(mean), data, o[0], o[1], o[2], deps...)
+                       : st::central_sum<M, T, L>(q, data, o[0], o[1], o[2], deps...);
+        case moment_family::central_moment:
+            return mean ? st::central_moment<1, T, L>(q, as_mean(mean), data, o[0], o[1], o[2],
+                                                      deps...)
+                        : st::central_moment<M, T, L>(q, data, o[0], o[1], o[2], deps...);
+        case moment_family::variation:
+            return mean ? st::variation<1, T, L>(q, as_mean(mean), data, o[0], deps...)
+                        : st::variation<M, T, L>(q, data, o[0], deps...);
+        case moment_family::skewness:
+            return mean ? st::skewness<1, T, L>(q, as_mean(mean), data, o[0], deps...)
+                        : st::skewness<M, T, L>(q, data, o[0], deps...);
+        case moment_family::kurtosis:
+            return mean ? st::kurtosis<1, T, L>(q, as_mean(mean), data, o[0], deps...)
+                        : st::kurtosis<M, T, L>(q, data, o[0], deps...);
+        default:
+            return st::mean<M, T, L>(q, data, o[0], deps...);
+    }
+}
+
+// The pointer form of `family` through call_family, with its dependency list.
 template <int M, typename T, tavrel::qnd::stats::layout L>
 sycl::event call_moment_family(moment_family family,
                                sycl::queue& queue,
@@ -55,38 +108,17 @@ sycl::event call_moment_family(moment_family family,
                                const tavrel::qnd::stats::dataset<L, T*>& data,
                                const std::array<T*, 4>& outs,
                                const std::vector<sycl::event>& deps = {}) {
-    namespace st = tavrel::qnd::stats;
-    switch (family) {
-        case moment_family::mean:
-            return st::mean<M, T, L>(queue, data, outs[0], deps);
-        case moment_family::raw_sum:
-            return st::raw_sum<M, T, L>(queue, data, outs[0], outs[1], outs[2], outs[3], deps);
-        case moment_family::raw_moment:
-            return st::raw_moment<M, T, L>(queue, data, outs[0], outs[1], outs[2], outs[3], deps);
-        case moment_family::central_sum:
-            if (mean)
-                return st::central_sum<1, T, L>(queue, mean, data, outs[0], outs[1], outs[2], deps);
-            return st::central_sum<M, T, L>(queue, data, outs[0], outs[1], outs[2], deps);
-        case moment_family::central_moment:
-            if (mean) {
-                return st::central_moment<1, T, L>(queue, mean, data, outs[0], outs[1], outs[2],
-                                                   deps);
-            }
-            return st::central_moment<M, T, L>(queue, data, outs[0], outs[1], outs[2], deps);
-        case moment_family::variation:
-            if (mean)
-                return st::variation<1, T, L>(queue, mean, data, outs[0], deps);
-            return st::variation<M, T, L>(queue, data, outs[0], deps);
-        case moment_family::skewness:
-            if (mean)
-                return st::skewness<1, T, L>(queue, mean, data, outs[0], deps);
-            return st::skewness<M, T, L>(queue, data, outs[0], deps);
-        case moment_family::kurtosis:
-            if (mean)
-                return st::kurtosis<1, T, L>(queue, mean, data, outs[0], deps);
-            return st::kurtosis<M, T, L>(queue, data, outs[0], deps);
-    }
-    return {};
+    return call_family<M, T, L>(family, queue, mean, data, outs, deps);
+}
+
+// The buffer form of `family` through call_family.
+template <int M, typename T, tavrel::qnd::stats::layout L>
+void call_buffer_form(moment_family family,
+                      sycl::queue& q,
+                      sycl::buffer<T, 1>* mean,
+                      const tavrel::qnd::stats::dataset<L, sycl::buffer<T, 1>>& data,
+                      std::array<sycl::buffer<T, 1>, 4>& o) {
+    call_family<M, T, L>(family, q, mean, data, o);
 }
 
 // The reference value of output k (declaration order) of `family`.

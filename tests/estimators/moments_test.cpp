@@ -1,0 +1,356 @@
+// Results of the eight exported moment families on every test device: small cases known exactly;
+// every family, form and method value against long-double references, the pointer and the
+// buffer form alike; outputs left out (null or of size 0) never written, with the local memory
+// of each launch following the plane count; and outputs shorter than n_dims.
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <cstdint>
+#include <limits>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+#include <sycl/sycl.hpp>
+
+#include "support/data.hpp"
+#include "support/devices.hpp"
+#include "support/launch_log.hpp"
+#include "support/moment_families.hpp"
+#include "support/reference.hpp"
+#include "support/usm_array.hpp"
+#include "tavrel/qnd/stats.hpp"
+
+namespace {
+
+namespace st = tavrel::qnd::stats;
+using namespace qnd_test;
+using mf = moment_family;
+template <typename T>
+using buf = sycl::buffer<T, 1>;
+template <typename T>
+using outputs = std::vector<std::vector<T>>;  // the family's outputs, each read back whole
+
+constexpr double sentinel = 7777.0;
+constexpr std::int64_t n_dims = 3;
+constexpr std::int64_t n_observations = 37;
+
+// The caller's mean of dimension d in the forms that take one: near, not at, the data's mean.
+template <typename T>
+T given_mean(std::int64_t d) {
+    return static_cast<T>(((d % 2 == 0) ? 1.0 : -1.0) * (1.0 + 0.25 * d) + 0.125);
+}
+
+// One call: family, method value, whether around the caller's mean, and the length of each
+// output (0: left out, as null or as a buffer of size 0) and of the mean.
+struct call {
+    const moment_family_info& f;
+    int method;
+    bool user_mean;
+    std::array<std::size_t, 4> lengths{n_dims, n_dims, n_dims, n_dims};
+    std::size_t mean_length = n_dims;
+};
+
+// The pointer form on USM copies of `data`; outputs start at the sentinel.
+template <int M, typename T, st::layout L>
+outputs<T> run_pointer(sycl::queue& q, const call& c, const host_data<T>& data) {
+    usm_array<T> obs(q, data.observations), weights(q, data.weights), mean(q, n_dims);
+    usm_array<std::int64_t> indices(q, data.indices);
+    for (std::int64_t d = 0; d < n_dims; ++d)
+        mean[d] = given_mean<T>(d);
+    std::vector<std::unique_ptr<usm_array<T>>> outs;
+    std::array<T*, 4> ptrs{};
+    for (int k = 0; k < c.f.n_outputs; ++k) {
+        outs.push_back(std::make_unique<usm_array<T>>(q, n_dims));
+        outs.back()->fill(static_cast<T>(sentinel));
+        ptrs[k] = c.lengths[k] ? outs.back()->get() : nullptr;
+    }
+    const st::dataset<L, T*> ds{n_dims, n_observations, obs.get(),
+                                data.weights.empty() ? nullptr : weights.get(),
+                                data.indices.empty() ? nullptr : indices.get()};
+    call_moment_family<M, T, L>(c.f.family, q, c.user_mean ? mean.get() : nullptr, ds, ptrs);
+    q.wait();
+    outputs<T> result;
+    for (const auto& o : outs)
+        result.push_back(o->to_vector());
+    return result;
+}
+
+// The buffer form on buffers over host copies of `data`. An output left out is a buffer of size
+// 0 over a host sentinel, so that a write through it would show.
+template <int M, typename T, st::layout L>
+outputs<T> run_buffer(sycl::queue& q, const call& c, const host_data<T>& data) {
+    outputs<T> result(c.f.n_outputs);
+    std::vector<T> means(n_dims);
+    for (std::int64_t d = 0; d < n_dims; ++d)
+        means[d] = given_mean<T>(d);
+    {
+        buf<T> obs(data.observations.data(), sycl::range<1>(data.observations.size()));
+        buf<T> weights(data.weights.data(), sycl::range<1>(data.weights.size()));
+        buf<std::int64_t> indices(data.indices.data(), sycl::range<1>(data.indices.size()));
+        buf<T> mean(static_cast<const T*>(means.data()), sycl::range<1>(c.mean_length));
+        std::array<buf<T>, 4> outs{buf<T>(sycl::range<1>(0)), buf<T>(sycl::range<1>(0)),
+                                   buf<T>(sycl::range<1>(0)), buf<T>(sycl::range<1>(0))};
+        for (int k = 0; k < c.f.n_outputs; ++k) {
+            result[k].assign(std::max<std::size_t>(c.lengths[k], 1), static_cast<T>(sentinel));
+            outs[k] = buf<T>(result[k].data(), sycl::range<1>(c.lengths[k]));
+        }
+        const st::dataset<L, buf<T>> ds(n_dims, n_observations, obs, weights, indices);
+        call_buffer_form<M, T, L>(c.f.family, q, c.user_mean ? &mean : nullptr, ds, outs);
+        q.wait_and_throw();
+    }
+    return result;
+}
+
+template <typename T, st::layout L>
+outputs<T> run(bool by_buffer, sycl::queue& q, const call& c, const host_data<T>& data) {
+    if (by_buffer)
+        return c.method == 1 ? run_buffer<1, T, L>(q, c, data) : run_buffer<2, T, L>(q, c, data);
+    return c.method == 1 ? run_pointer<1, T, L>(q, c, data) : run_pointer<2, T, L>(q, c, data);
+}
+
+// The core library on a CPU accumulates in double: float results carry little more than their
+// own rounding there.
+template <typename T>
+long double tolerance_on(const sycl::device& dev) {
+    if (dev.is_cpu())
+        return std::is_same_v<T, float> ? 1e-5L : 1e-11L;
+    return moment_tolerance<T>();
+}
+
+// Each output given, in each kept dimension that it holds, against the long-double reference;
+// outputs left out and masked dimensions keep the sentinel.
+template <typename T>
+void expect_reference(const sycl::device& dev,
+                      const call& c,
+                      const host_data<T>& data,
+                      const outputs<T>& got) {
+    for (int k = 0; k < c.f.n_outputs; ++k) {
+        for (std::size_t d = 0; d < got[k].size(); ++d) {
+            const long double centre = given_mean<T>(d);
+            const moment_reference r = reference_of(data, d, c.user_mean ? &centre : nullptr);
+            if (c.lengths[k] == 0 || !data.kept(d)) {
+                EXPECT_EQ(got[k][d], static_cast<T>(sentinel)) << "output " << k << ", dim " << d;
+                continue;
+            }
+            const long double want = expected_output(c.f.family, k, r);
+            EXPECT_TRUE(close_to(got[k][d], want, tolerance_on<T>(dev)))
+                << "output " << k << ", dimension " << d << ": " << got[k][d] << " vs " << want;
+        }
+    }
+}
+
+std::string trace_of(const call& c, bool weighted) {
+    return std::string(c.f.name) + " method " + std::to_string(c.method) +
+           (c.user_mean ? " around a mean" : "") + (weighted ? ", weighted and masked" : "");
+}
+
+class moments : public ::testing::TestWithParam<sycl::device> {};
+
+struct exact_case {
+    std::vector<double> values;   // one dimension
+    std::vector<double> weights;  // empty: unweighted
+    moment_family family;
+    int output;       // declaration order
+    double expected;  // NaN: not a number expected
+};
+
+// Small cases known exactly. 1 2 3: m = 2, C2 = 2, M2 = 1. 1 2 3 4: m = 2.5, V = 5/3, C4 = 10.25,
+// M4 = 2.5625. Weights that are zero, negative or not a number count as 1, in W and W2 too; all
+// weights c give the unweighted variance. Zero variance and one observation give what IEEE
+// arithmetic gives.
+TEST_P(moments, small_cases_known_exactly) {
+    const double v = 5.0 / 3.0, nan = std::numeric_limits<double>::quiet_NaN();
+    const std::vector<double> a{1, 2, 3}, b{1, 2, 3, 4}, twos{2, 2, 2, 2};
+    const std::vector<exact_case> cases{{a, {}, mf::mean, 0, 2.0},
+                                        {a, {}, mf::raw_sum, 3, 98.0},
+                                        {a, {}, mf::raw_sum, 1, 14.0},
+                                        {a, {}, mf::raw_moment, 2, 12.0},
+                                        {a, {}, mf::central_sum, 0, 2.0},
+                                        {a, {}, mf::central_sum, 1, 0.0},
+                                        {a, {}, mf::central_sum, 2, 2.0},
+                                        {a, {}, mf::central_moment, 0, 1.0},
+                                        {a, {}, mf::central_moment, 2, 2.0 / 3.0},
+                                        {b, {}, mf::central_sum, 2, 10.25},
+                                        {b, {}, mf::central_moment, 2, 2.5625},
+                                        {b, {}, mf::central_moment, 0, v},
+                                        {b, {}, mf::skewness, 0, 0.0},
+                                        {b, {}, mf::kurtosis, 0, 2.5625 / (v * v) - 3.0},
+                                        {b, {}, mf::variation, 0, std::sqrt(v) / 2.5},
+                                        {{-1, -2, -3}, {}, mf::variation, 0, -0.5},
+                                        {b, {0, 0, 0, 0}, mf::mean, 0, 2.5},
+                                        {b, {0, 0, 0, 0}, mf::central_moment, 0, v},
+                                        {b, {-1, nan, 1, 1}, mf::central_moment, 0, v},
+                                        {a, {2, -3, 1}, mf::mean, 0, 7.0 / 4.0},
+                                        {a, {2, -3, 1}, mf::raw_sum, 0, 7.0},
+                                        {a, {2, -3, 1}, mf::raw_sum, 1, 15.0},
+                                        {b, twos, mf::central_moment, 0, v},
+                                        {b, twos, mf::central_moment, 2, 2.5625},
+                                        {b, twos, mf::kurtosis, 0, 2.5625 / (v * v) - 3.0},
+                                        {b, twos, mf::raw_sum, 1, 60.0},
+                                        {{5, 5, 5, 5}, {}, mf::skewness, 0, nan},
+                                        {{5, 5, 5, 5}, {}, mf::kurtosis, 0, nan},
+                                        {{5, 5, 5, 5}, {}, mf::variation, 0, 0.0},
+                                        {{7}, {}, mf::central_moment, 0, nan},
+                                        {{1, nan, 3}, {}, mf::mean, 0, nan}};
+    sycl::queue q(GetParam());
+    for (const exact_case& c : cases) {
+        // The CPU engine refuses weights that are not positive (reported, not tested here).
+        if (GetParam().is_cpu() &&
+            std::any_of(c.weights.begin(), c.weights.end(), [](double w) { return !(w > 0); }))
+            continue;
+        const moment_family_info& f = moment_families()[static_cast<int>(c.family)];
+        SCOPED_TRACE(::testing::Message() << f.name << " output " << c.output << " of "
+                                          << ::testing::PrintToString(c.values) << " weighted "
+                                          << ::testing::PrintToString(c.weights));
+        const auto n = static_cast<std::int64_t>(c.values.size());
+        const auto check = [&](auto zero) {
+            using T = decltype(zero);
+            usm_array<T> obs(q, std::vector<T>(c.values.begin(), c.values.end()));
+            usm_array<T> weights(q, std::vector<T>(c.weights.begin(), c.weights.end()));
+            usm_array<T> outs(q, 4);
+            const st::dataset<st::row_major, T*> data{1, n, obs.get(),
+                                                      c.weights.empty() ? nullptr : weights.get()};
+            call_moment_family<1, T, st::row_major>(c.family, q, nullptr, data,
+                                                    {&outs[0], &outs[1], &outs[2], &outs[3]})
+                .wait();
+            const double got = outs[c.output];
+            // float results are rounded a few times on the way; double ones nearly exact.
+            const double tol = std::is_same_v<T, float> ? 1e-6 : 1e-14;
+            if (std::isnan(c.expected))
+                EXPECT_TRUE(std::isnan(got)) << "got " << got;
+            else
+                EXPECT_NEAR(got, c.expected, tol * std::max(1.0, std::fabs(c.expected)));
+        };
+        check(0.0f);
+        check(0.0);
+    }
+}
+
+// Every family and form with every output given and with outputs left out, under both method
+// values, unweighted and weighted with a mask. Outputs left out are never written, not even the
+// lowest order, which the GPU engine writes with no test (in the buffer form into storage that
+// belongs to no caller). The plane count P of each row follows the outputs given: a next step
+// asks for P planes of local memory, one more with weights, whatever gap the kept powers leave;
+// single and first steps ask for one.
+struct row {
+    moment_family family;
+    std::array<bool, 4> given;  // outputs given, in declaration order
+    bool user_mean;
+    std::size_t planes;  // P
+};
+
+template <typename T, st::layout L>
+void check_rows(const sycl::device& dev) {
+    const row rows[] = {{mf::mean, {1}, false, 1},
+                        {mf::raw_sum, {1, 1, 1, 1}, false, 4},
+                        {mf::raw_sum, {1, 0, 0, 0}, false, 1},
+                        {mf::raw_sum, {1, 1, 0, 0}, false, 2},
+                        {mf::raw_sum, {1, 0, 1, 0}, false, 3},
+                        {mf::raw_sum, {1, 0, 0, 1}, false, 4},
+                        {mf::raw_sum, {0, 0, 0, 1}, false, 4},
+                        {mf::raw_sum, {0, 1, 0, 0}, false, 2},
+                        {mf::raw_moment, {1, 1, 1, 1}, false, 4},
+                        {mf::raw_moment, {1, 1, 0, 0}, false, 2},
+                        {mf::raw_moment, {0, 0, 1, 0}, false, 3},
+                        {mf::central_sum, {1, 1, 1}, false, 4},
+                        {mf::central_sum, {1, 0, 0}, false, 2},
+                        {mf::central_sum, {1, 1, 0}, false, 3},
+                        {mf::central_sum, {0, 1, 0}, false, 3},
+                        {mf::central_sum, {0, 0, 1}, false, 4},
+                        {mf::central_moment, {1, 1, 1}, false, 4},
+                        {mf::central_moment, {1, 0, 1}, false, 4},
+                        {mf::central_moment, {0, 1, 1}, false, 4},
+                        {mf::central_sum, {1, 1, 1}, true, 3},
+                        {mf::central_sum, {1, 0, 0}, true, 1},
+                        {mf::central_sum, {1, 1, 0}, true, 2},
+                        {mf::central_sum, {0, 1, 0}, true, 2},
+                        {mf::central_moment, {1, 1, 1}, true, 3},
+                        {mf::central_moment, {1, 0, 1}, true, 3},
+                        {mf::central_moment, {0, 0, 1}, true, 3},
+                        {mf::variation, {1}, false, 2},
+                        {mf::skewness, {1}, false, 3},
+                        {mf::kurtosis, {1}, false, 4},
+                        {mf::variation, {1}, true, 1},
+                        {mf::skewness, {1}, true, 2},
+                        {mf::kurtosis, {1}, true, 3}};
+    sycl::queue q(dev);
+    for (bool weighted : {false, true}) {
+        host_data<T> data = skewed_data<T>(n_dims, n_observations, L);
+        if (weighted) {
+            data.weights = random_weights<T>(n_observations);
+            data.indices = {1, 0, 1};
+        }
+        for (const row& r : rows) {
+            const moment_family_info& f = moment_families()[static_cast<int>(r.family)];
+            const bool central = r.family == mf::central_sum || r.family == mf::central_moment;
+            for (int method : {1, 2}) {
+                // The forms with a mean have value 1 only; value 2 of the central families is
+                // refused on a GPU (see the checks).
+                if (method == 2 && (r.user_mean || (central && dev.is_gpu())))
+                    continue;
+                call c{f, method, r.user_mean};
+                for (int k = 0; k < 4; ++k)
+                    c.lengths[k] = r.given[k] ? n_dims : 0;
+                std::array<outputs<T>, 2> got;
+                for (bool by_buffer : {false, true}) {
+                    // The pointer form writes the lowest order with no test: it must be given.
+                    if (!by_buffer && !r.given[0])
+                        continue;
+                    SCOPED_TRACE(trace_of(c, weighted) + (by_buffer ? ", buffers" : ", pointers") +
+                                 " given " + ::testing::PrintToString(r.given));
+                    const auto log =
+                        record_launches([&] { got[by_buffer] = run<T, L>(by_buffer, q, c, data); });
+                    expect_reference(dev, c, data, got[by_buffer]);
+                    for (const auto& launch : log) {
+                        const std::string kind = step_kind(launch.kernel_name);
+                        const std::size_t planes =
+                            kind == "single" || kind == "first" ? 1 : r.planes + weighted;
+                        EXPECT_EQ(launch.local_memory_bytes, planes * launch.local_size * sizeof(T))
+                            << describe({launch});
+                    }
+                }
+                // On the CPU, central_sum of value 1 without a mean asks the core library for its
+                // method 2 in the pointer form and 1 in the buffer form: the same quantities by
+                // two computations, which may differ in the last bits.
+                if (!r.given[0] ||
+                    (dev.is_cpu() && method == 1 && !r.user_mean && r.family == mf::central_sum))
+                    continue;
+                for (int k = 0; k < f.n_outputs; ++k)
+                    if (r.given[k])
+                        EXPECT_EQ(got[0][k], got[1][k])
+                            << trace_of(c, weighted) << ", output " << k;
+            }
+        }
+    }
+}
+
+TEST_P(moments, every_family_and_form_with_outputs_given_and_left_out) {
+    check_rows<float, st::row_major>(GetParam());
+    check_rows<float, st::col_major>(GetParam());
+    check_rows<double, st::row_major>(GetParam());
+    check_rows<double, st::col_major>(GetParam());
+}
+
+INSTANTIATE_TEST_SUITE_P(devices, moments, ::testing::ValuesIn(test_devices()), device_name());
+
+// The buffer forms refuse only a length of 0: on a GPU, outputs (and a mean) of one element
+// serve a mask that keeps the first dimension alone.
+TEST(moments_gpu, outputs_shorter_than_n_dims_are_accepted) {
+    host_data<double> data = skewed_data<double>(n_dims, n_observations, st::row_major);
+    data.weights = random_weights<double>(n_observations);
+    data.indices = {1, 0, 0};
+    for (const sycl::device& dev : test_gpus()) {
+        sycl::queue q(dev);
+        for (const moment_family_info& f : moment_families()) {
+            for (bool user_mean : {false, f.takes_user_mean}) {
+                const call c{f, 1, user_mean, {1, 1, 1, 1}, 1};
+                SCOPED_TRACE(device_label(dev) + " " + trace_of(c, true));
+                expect_reference(dev, c, data, run_buffer<1, double, st::row_major>(q, c, data));
+            }
+        }
+    }
+}
+
+}  // namespace
