@@ -184,6 +184,16 @@ TEST(Outputs, OnlyWhatIsAskedForAndHasAnArrayIsWritten) {
     s.f.task->mean = s.mean;
     ASSERT_EQ(s.f.basic(QND_SS_SKEWNESS, 1), QND_SS_OK);
     EXPECT_EQ(s.mean[0], sentinel);
+    // Each estimate goes by its own array: the third central moment alone among the moments.
+    double c3[2] = {sentinel, sentinel};
+    s.f.task->skewness = nullptr;
+    ASSERT_EQ(
+        __rtkdSSEditMoments(s.f.task, nullptr, nullptr, nullptr, nullptr, nullptr, c3, nullptr),
+        QND_SS_OK);
+    ASSERT_EQ(s.f.basic(QND_SS_BASIC_ESTIMATES, 1), QND_SS_OK);
+    EXPECT_NE(c3[0], sentinel);
+    ASSERT_EQ(__rtkdSSEditMoments(s.f.task, s.mean, 0, 0, 0, 0, 0, 0), QND_SS_OK);
+    s.f.task->skewness = s.skew;
     // Under method 256 the mean is an input.
     s.mean[0] = 2;
     s.mean[1] = 6;
