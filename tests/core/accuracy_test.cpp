@@ -1,6 +1,10 @@
-// Accuracy of variance, skewness and kurtosis on data far from zero, against long double, in
-// both layouts, on every vector path, and independence of the number of threads.
+// Every estimate of the basic and minmax routines against long double references: over element
+// types, layouts, weights, masks of dimensions, integer widths and methods on every vector path;
+// on data far from zero; on drifting data; at every start of the data within a cache line; and
+// whatever the number of threads.
 #include <algorithm>
+#include <initializer_list>
+#include <limits>
 
 #include "core_test_support.hpp"
 
@@ -8,204 +12,285 @@ using namespace core_test;
 
 namespace {
 
-// Bound on the relative error of variance, skewness and kurtosis on offset data.
+constexpr double untouched = -777.0;
+constexpr uint64_t every_estimate = QND_SS_BASIC_ESTIMATES | QND_SS_MIN | QND_SS_MAX;
+// The standardised shape of offset data: variance, skewness and kurtosis (record words 15, 26, 25).
+constexpr std::initializer_list<int> shape_words = {11, 15, 25, 26};
+// Bound on the relative error of the shape on offset data.
 constexpr double offset_data_tolerance = 1e-10;
 
-constexpr uint64_t shape_estimates =
-    QND_SS_MEAN | QND_SS_CENTRAL_MOMENT_2 | QND_SS_SKEWNESS | QND_SS_KURTOSIS;
+// The edit parameter of each result word of the record, 11 (mean) to 29 (max).
+constexpr int32_t parameter_of_word[30] = {0,  0,  0,  0,  0,  0,  0,  0,  0,  0,
+                                           0,  7,  8,  9,  10, 11, 12, 13, 19, 20,
+                                           21, 22, 23, 24, 25, 14, 15, 18, 16, 17};
 
-struct shape_results {
-    std::vector<double> mean, variance, skewness, kurtosis;
-    explicit shape_results(int64_t dims)
-        : mean(dims), variance(dims), skewness(dims), kurtosis(dims) {}
-};
-
-// Results in double for either element type: a float task is told to write doubles, so that the
-// check sees the accumulation and not the rounding of the output to float.
-template <class T>
-shape_results shapes(const std::vector<T>& x,
-                     int64_t dims,
-                     int64_t n,
-                     int64_t storage,
-                     int64_t method,
-                     const qnd_ss_threader_row* table) {
-    shape_results r(dims);
-    task_fixture<T> f(dims, n, storage, x.data());
-    const int32_t yes = 1;
-    EXPECT_EQ(f.edit(QND_SS_ED_DOUBLE_RESULTS, &yes), QND_SS_OK);
-    EXPECT_EQ(f.edit(QND_SS_ED_MEAN, r.mean.data()), QND_SS_OK);
-    EXPECT_EQ(f.edit(QND_SS_ED_CENTRAL_MOMENT_2, r.variance.data()), QND_SS_OK);
-    EXPECT_EQ(f.edit(QND_SS_ED_SKEWNESS, r.skewness.data()), QND_SS_OK);
-    EXPECT_EQ(f.edit(QND_SS_ED_KURTOSIS, r.kurtosis.data()), QND_SS_OK);
-    EXPECT_EQ(f.basic(shape_estimates, method, table), QND_SS_OK);
-    return r;
+// What a result word holds, from the reference.
+long double expected(const reference& r, int word) {
+    const long double v[] = {r.mean,        r.raw[1] / r.w, r.raw[2] / r.w, r.raw[3] / r.w,
+                             r.m2(),        r.c3 / r.w,     r.c4 / r.w,     r.raw[0],
+                             r.raw[1],      r.raw[2],       r.raw[3],       r.c2,
+                             r.c3,          r.c4,           r.kurtosis(),   r.skewness(),
+                             r.variation(), r.min,          r.max};
+    return v[word - 11];
 }
 
-// `rows` holds the data row-major (dims x n); each layout and each vector path is checked.
+struct run_options {
+    int64_t storage = QND_SS_ROW_MAJOR;
+    int64_t method = QND_SS_METHOD_FAST;
+    const qnd_ss_threader_row* table = nullptr;
+    const void* weights = nullptr;
+    const void* indices = nullptr;
+    bool wide = true;
+    uint64_t estimates = every_estimate;
+};
+
+// One output array of n_dims doubles per result word, preset to `untouched`.
+using outputs = std::vector<std::vector<double>>;
+
+// Both routines on one task over x (dims x n in the layout of o.storage), results as doubles.
 template <class T>
-void check_offset_data(const std::vector<T>& rows, int64_t dims, int64_t n, int64_t method) {
+outputs compute(const T* x, int64_t dims, int64_t n, const run_options& o) {
+    task_fixture<T> f(dims, n, o.storage, x, static_cast<const T*>(o.weights), o.indices, o.wide);
+    outputs out(30, std::vector<double>(dims, untouched));
+    const int32_t yes = 1;
+    EXPECT_EQ(f.edit(QND_SS_ED_DOUBLE_RESULTS, &yes), QND_SS_OK);
+    for (int word = 11; word < 30; ++word)
+        EXPECT_EQ(f.edit(parameter_of_word[word], out[word].data()), QND_SS_OK);
+    EXPECT_EQ(f.basic(o.estimates, o.method, o.table), QND_SS_OK);
+    EXPECT_EQ(f.minmax(o.estimates, o.method, o.table), QND_SS_OK);
+    return out;
+}
+
+// The references of the dimensions of `rows` (dims x n, row-major).
+template <class T>
+std::vector<reference> references(const std::vector<T>& rows,
+                                  int64_t dims,
+                                  int64_t n,
+                                  const T* w = nullptr) {
     std::vector<reference> want;
-    for (int64_t d = 0; d < dims; ++d) {
-        want.push_back(reference_of<T>(rows.data() + d * n, nullptr, n, 1));
-    }
-    const std::vector<T> cols = transpose(rows, dims, n);
-    layer pool("libqnd_pool_thread.so.2");
-    for (const char* isa : isa_names) {
-        scoped_env env("QND_CORE_ISA", isa);
-        for (int64_t storage : {QND_SS_ROW_MAJOR, QND_SS_COL_MAJOR}) {
-            const auto& data = storage == QND_SS_ROW_MAJOR ? rows : cols;
-            const shape_results got = shapes(data, dims, n, storage, method, pool.rows);
-            for (int64_t d = 0; d < dims; ++d) {
-                SCOPED_TRACE(testing::Message() << isa << " storage " << storage << " dim " << d);
-                EXPECT_LT(relative_error(got.mean[d], want[d].mean), 1e-15);
-                EXPECT_LT(relative_error(got.variance[d], want[d].m2()), offset_data_tolerance);
-                EXPECT_LT(relative_error(got.skewness[d], want[d].skewness()),
-                          offset_data_tolerance);
-                EXPECT_LT(relative_error(got.kurtosis[d], want[d].kurtosis()),
-                          offset_data_tolerance);
-            }
+    for (int64_t d = 0; d < dims; ++d)
+        want.push_back(reference_of<T>(rows.data() + d * n, w, n));
+    return want;
+}
+
+// `words` of every dimension within `tolerance` of the reference, relative to the larger of the
+// reference and `floor`; a dimension without reference (w = 0) is left untouched in every word.
+void expect_near(const outputs& got,
+                 const std::vector<reference>& want,
+                 std::initializer_list<int> words,
+                 double tolerance,
+                 double floor = 0) {
+    for (size_t d = 0; d < want.size(); ++d) {
+        for (int word = 11; word < 30; ++word) {
+            SCOPED_TRACE(testing::Message() << "dimension " << d << ", record word " << word);
+            if (want[d].w == 0)
+                EXPECT_EQ(got[word][d], untouched);
+            else if (std::find(words.begin(), words.end(), word) != words.end())
+                EXPECT_LT(relative_error(got[word][d], expected(want[d], word), floor), tolerance);
         }
     }
 }
 
+const std::initializer_list<int> every_word = {11, 12, 13, 14, 15, 16, 17, 18, 19, 20,
+                                               21, 22, 23, 24, 25, 26, 27, 28, 29};
+
+struct reference_case {
+    bool float_data;
+    int64_t storage;
+    bool weighted;  // weights with zeros among them, on NaN observations; and a mask of dimensions
+    int64_t method;
+};
+
+class AgainstReference : public testing::TestWithParam<reference_case> {};
+
+// Skewed data (an exponential draw plus an offset), so that no estimate is near zero and
+// relative errors mean something.
+template <class T>
+void run_reference_case(const reference_case& c, int64_t dims) {
+    const int64_t n = 20011;
+    std::mt19937_64 gen(99);
+    std::exponential_distribution<double> e(1.0);
+    std::uniform_real_distribution<double> u(0.0, 2.0);
+    std::vector<T> rows(dims * n), w(n);
+    // Odd dimensions negative, so that the extremes see both signs.
+    for (int64_t i = 0; i < dims * n; ++i)
+        rows[i] = static_cast<T>(((i / n) % 2 ? -1 : 1) * (10 * (i / n) + 3 + e(gen)));
+    for (int64_t i = 0; i < n; ++i) {
+        w[i] = i % 7 == 0 ? T(0) : static_cast<T>(u(gen));
+        if (c.weighted && i % 7 == 0)
+            rows[(i % dims) * n + i] = std::numeric_limits<T>::quiet_NaN();
+    }
+    // Masked runs read 32-bit integers, the others 64-bit ones.
+    std::vector<int32_t> mask(dims);
+    for (int64_t d = 0; d < dims; ++d)
+        mask[d] = d % 5 == 1 || d % 5 == 4 ? 0 : 1 + d % 3;
+    const std::vector<T> data = c.storage == QND_SS_ROW_MAJOR ? rows : transpose(rows, dims, n);
+    run_options o;
+    o.storage = c.storage;
+    o.method = c.method;
+    const layer pool("libqnd_pool_thread.so.2");
+    o.table = pool.rows;
+    o.weights = c.weighted ? w.data() : nullptr;
+    o.indices = c.weighted ? mask.data() : nullptr;
+    o.wide = !c.weighted;
+    std::vector<reference> want = references(rows, dims, n, c.weighted ? w.data() : nullptr);
+    for (int64_t d = 0; d < dims; ++d)
+        if (c.weighted && mask[d] == 0)
+            want[d] = reference{};
+    expect_near(compute(data.data(), dims, n, o), want, every_word, c.float_data ? 2e-6 : 1e-12);
+}
+
+// Dimension counts that take every kernel shape: fewer than the lanes, a few full vectors per
+// row, and a count that fits no vector, on every vector path.
+TEST_P(AgainstReference, EveryEstimate) {
+    for (const char* isa : isa_names) {
+        scoped_env env("QND_CORE_ISA", isa);
+        for (int64_t dims : {2, 5, 16}) {
+            SCOPED_TRACE(testing::Message() << isa << ", " << dims << " dimensions");
+            if (GetParam().float_data)
+                run_reference_case<float>(GetParam(), dims);
+            else
+                run_reference_case<double>(GetParam(), dims);
+        }
+    }
+}
+
+std::vector<reference_case> reference_cases() {
+    std::vector<reference_case> cases;
+    for (bool fl : {false, true})
+        for (int64_t storage : {QND_SS_ROW_MAJOR, QND_SS_COL_MAJOR})
+            for (bool weighted : {false, true})
+                for (int64_t method : {QND_SS_METHOD_FAST, QND_SS_METHOD_STREAMING})
+                    cases.push_back({fl, storage, weighted, method});
+    return cases;
+}
+
+INSTANTIATE_TEST_SUITE_P(Core, AgainstReference, testing::ValuesIn(reference_cases()));
+
+// The shape of `rows` (dims x n, row-major) in both layouts and on every vector path.
+template <class T>
+void check_offset_data(const std::vector<T>& rows, int64_t dims, int64_t n, int64_t method) {
+    const std::vector<reference> want = references(rows, dims, n);
+    const std::vector<T> cols = transpose(rows, dims, n);
+    const layer pool("libqnd_pool_thread.so.2");
+    run_options o;
+    o.method = method;
+    o.table = pool.rows;
+    for (const char* isa : isa_names) {
+        scoped_env env("QND_CORE_ISA", isa);
+        for (int64_t storage : {QND_SS_ROW_MAJOR, QND_SS_COL_MAJOR}) {
+            SCOPED_TRACE(testing::Message() << isa << ", storage " << storage);
+            o.storage = storage;
+            const T* x = storage == QND_SS_ROW_MAJOR ? rows.data() : cols.data();
+            expect_near(compute(x, dims, n, o), want, shape_words, offset_data_tolerance);
+        }
+    }
+}
+
+// One dimension, and the same numbers as four and as sixteen dimensions.
 TEST(LargeOffset, TenMillionDoublesNearOneE8) {
     const int64_t n = 10000000;
     const std::vector<double> x = offset_normal<double>(n, 1e8, 42);
-    // One dimension of ten million, and the same numbers as four and as sixteen dimensions.
-    check_offset_data(x, 1, n, QND_SS_METHOD_FAST);
-    check_offset_data(x, 4, n / 4, QND_SS_METHOD_FAST);
-    check_offset_data(x, 16, n / 16, QND_SS_METHOD_FAST);
+    for (int64_t dims : {1, 4, 16})
+        check_offset_data(x, dims, n / dims, QND_SS_METHOD_FAST);
 }
 
 TEST(LargeOffset, OneMillionFloatsNearOneE4) {
     const int64_t n = 1000000;
     const std::vector<float> x = offset_normal<float>(n, 1e4, 7);
-    check_offset_data(x, 1, n, QND_SS_METHOD_FAST);
-    check_offset_data(x, 4, n / 4, QND_SS_METHOD_FAST);
-    check_offset_data(x, 16, n / 16, QND_SS_METHOD_FAST);
+    for (int64_t dims : {1, 4, 16})
+        check_offset_data(x, dims, n / dims, QND_SS_METHOD_FAST);
 }
 
 TEST(LargeOffset, StreamingMethodHoldsTheSameBound) {
     const int64_t n = 1000000;
-    const std::vector<double> x = offset_normal<double>(n, 1e8, 3);
-    check_offset_data(x, 2, n / 2, QND_SS_METHOD_STREAMING);
+    check_offset_data(offset_normal<double>(n, 1e8, 3), 2, n / 2, QND_SS_METHOD_STREAMING);
 }
 
 // Data that drift (quadratically, so that they are skewed) by many standard deviations along the
 // observations: a fixed shift from the first observation would lose the variance, the blockwise
-// centres must not, in either layout.
+// centres must not, in either layout and with either method.
 TEST(MergeStability, DriftingData) {
-    const int64_t n = 3000000;
+    const int64_t n = 3000000, dims = 16;
     std::vector<double> x = offset_normal<double>(n, 0, 11);
-    for (int64_t i = 0; i < n; ++i) {
-        const double t = static_cast<double>(i) / n;
-        x[i] += 1e6 + 1e5 * t * t;
-    }
-    const reference want = reference_of<double>(x.data(), nullptr, n, 1);
+    for (int64_t i = 0; i < n; ++i)
+        x[i] += 1e6 + 1e5 * (static_cast<double>(i) / n) * (static_cast<double>(i) / n);
     for (int64_t method : {QND_SS_METHOD_FAST, QND_SS_METHOD_STREAMING}) {
-        const shape_results got = shapes(x, 1, n, QND_SS_ROW_MAJOR, method, nullptr);
-        EXPECT_LT(relative_error(got.variance[0], want.m2()), 1e-12) << method;
-        EXPECT_LT(relative_error(got.skewness[0], want.skewness()), 1e-10) << method;
-        EXPECT_LT(relative_error(got.kurtosis[0], want.kurtosis()), 1e-10) << method;
+        run_options o;
+        o.method = method;
+        expect_near(compute(x.data(), 1, n, o), references(x, 1, n), shape_words, 1e-10);
     }
-    const int64_t dims = 16, rows = n / dims;
-    std::vector<double> cols(n);
-    for (int64_t i = 0; i < rows; ++i) {
-        for (int64_t d = 0; d < dims; ++d) {
-            cols[i * dims + d] = x[d * rows + i];
-        }
-    }
+    const std::vector<double> cols = transpose(x, dims, n / dims);
+    run_options o;
+    o.storage = QND_SS_COL_MAJOR;
     for (const char* isa : isa_names) {
         scoped_env env("QND_CORE_ISA", isa);
-        const shape_results got = shapes(cols, dims, rows, QND_SS_COL_MAJOR, 1, nullptr);
-        for (int64_t d = 0; d < dims; ++d) {
-            const reference r = reference_of<double>(x.data() + d * rows, nullptr, rows, 1);
-            EXPECT_LT(relative_error(got.variance[d], r.m2()), 1e-12) << isa << " " << d;
-            EXPECT_LT(relative_error(got.skewness[d], r.skewness()), 1e-10) << isa << " " << d;
-            EXPECT_LT(relative_error(got.kurtosis[d], r.kurtosis()), 1e-10) << isa << " " << d;
-        }
+        SCOPED_TRACE(isa);
+        expect_near(compute(cols.data(), dims, n / dims, o), references(x, dims, n / dims),
+                    shape_words, 1e-10);
     }
 }
 
 // The kernels start their vector loads where they are aligned and take the elements before one by
 // one, in both layouts: every start of the data in memory must give the same estimates. Several
-// blocks per dimension, so that blocks summed around an offered centre are among them.
+// blocks per dimension, so that blocks summed around an offered centre are among them. Skewness
+// and kurtosis are of scale 1 whatever the data, so their bound is absolute (9000 normal draws
+// have a shape near 0).
 template <class T>
-void check_every_start(double offset, double tolerance) {
+void check_every_start(double offset) {
     const int64_t dims = 16, n = 9000;
     const std::vector<T> rows = offset_normal<T>(dims * n, offset, 13);
     const std::vector<T> cols = transpose(rows, dims, n);
-    std::vector<reference> want;
-    for (int64_t d = 0; d < dims; ++d) {
-        want.push_back(reference_of<T>(rows.data() + d * n, nullptr, n, 1));
-    }
+    const std::vector<reference> want = references(rows, dims, n);
     constexpr int64_t starts = 64 / sizeof(T);
     std::vector<T> buffer(dims * n + starts);
     for (const char* isa : isa_names) {
         scoped_env env("QND_CORE_ISA", isa);
         for (int64_t storage : {QND_SS_ROW_MAJOR, QND_SS_COL_MAJOR}) {
-            const std::vector<T>& data = storage == QND_SS_ROW_MAJOR ? rows : cols;
             for (int64_t start = 0; start < starts; ++start) {
+                SCOPED_TRACE(testing::Message()
+                             << isa << ", storage " << storage << ", start " << start);
+                const std::vector<T>& data = storage == QND_SS_ROW_MAJOR ? rows : cols;
                 std::copy(data.begin(), data.end(), buffer.begin() + start);
-                task_fixture<T> f(dims, n, storage, buffer.data() + start);
-                shape_results got(dims);
-                const int32_t yes = 1;
-                ASSERT_EQ(f.edit(QND_SS_ED_DOUBLE_RESULTS, &yes), QND_SS_OK);
-                ASSERT_EQ(f.edit(QND_SS_ED_MEAN, got.mean.data()), QND_SS_OK);
-                ASSERT_EQ(f.edit(QND_SS_ED_CENTRAL_MOMENT_2, got.variance.data()), QND_SS_OK);
-                ASSERT_EQ(f.edit(QND_SS_ED_SKEWNESS, got.skewness.data()), QND_SS_OK);
-                ASSERT_EQ(f.edit(QND_SS_ED_KURTOSIS, got.kurtosis.data()), QND_SS_OK);
-                ASSERT_EQ(f.basic(shape_estimates, QND_SS_METHOD_FAST), QND_SS_OK);
+                run_options o;
+                o.storage = storage;
+                expect_near(compute(buffer.data() + start, dims, n, o), want, shape_words,
+                            offset_data_tolerance, 1);
                 // The mean alone takes a walk of its own.
-                std::vector<double> mean_alone(dims);
-                ASSERT_EQ(f.edit(QND_SS_ED_MEAN, mean_alone.data()), QND_SS_OK);
-                ASSERT_EQ(f.basic(QND_SS_MEAN, QND_SS_METHOD_FAST), QND_SS_OK);
-                for (int64_t d = 0; d < dims; ++d) {
-                    SCOPED_TRACE(testing::Message() << isa << " storage " << storage << " start "
-                                                    << start << " dim " << d);
-                    EXPECT_LT(relative_error(got.mean[d], want[d].mean), 1e-15);
-                    EXPECT_LT(relative_error(mean_alone[d], want[d].mean), 1e-15);
-                    EXPECT_LT(relative_error(got.variance[d], want[d].m2()), tolerance);
-                    // Standardised, so of scale 1 whatever the data: an absolute bound, which
-                    // stays meaningful for shapes near 0 (9000 draws of a normal law).
-                    EXPECT_NEAR(got.skewness[d], static_cast<double>(want[d].skewness()),
-                                tolerance);
-                    EXPECT_NEAR(got.kurtosis[d], static_cast<double>(want[d].kurtosis()),
-                                tolerance);
-                }
+                o.estimates = QND_SS_MEAN;
+                expect_near(compute(buffer.data() + start, dims, n, o), want, {11}, 1e-15);
             }
         }
     }
 }
 
 TEST(Alignment, EveryStartOfTheDataGivesTheSameEstimates) {
-    check_every_start<double>(1e6, offset_data_tolerance);
-    check_every_start<float>(1e3, offset_data_tolerance);
+    check_every_start<double>(1e6);
+    check_every_start<float>(1e3);
 }
 
 TEST(Threads, ResultsDependOnTheNumberOfThreadsOnlyThroughRounding) {
     const int64_t dims = 3, n = 400000;
-    const std::vector<double> x = offset_normal<double>(dims * n, 1e3, 5);
-    const std::vector<double> cols = transpose(x, dims, n);
-    layer pool("libqnd_pool_thread.so.2");
+    const std::vector<double> rows = offset_normal<double>(dims * n, 1e3, 5);
+    const std::vector<double> cols = transpose(rows, dims, n);
+    const layer pool("libqnd_pool_thread.so.2");
+    run_options o;
+    o.table = pool.rows;
     for (int64_t storage : {QND_SS_ROW_MAJOR, QND_SS_COL_MAJOR}) {
-        const auto& data = storage == QND_SS_ROW_MAJOR ? x : cols;
-        shape_results one(dims);
+        o.storage = storage;
+        const double* x = storage == QND_SS_ROW_MAJOR ? rows.data() : cols.data();
+        outputs one;
         {
             scoped_env env("QND_NUM_THREADS", "1");
-            one = shapes(data, dims, n, storage, QND_SS_METHOD_FAST, pool.rows);
+            one = compute(x, dims, n, o);
         }
         for (const char* threads : {"2", "3", "7", "16"}) {
             scoped_env env("QND_NUM_THREADS", threads);
-            const shape_results many =
-                shapes(data, dims, n, storage, QND_SS_METHOD_FAST, pool.rows);
-            for (int64_t d = 0; d < dims; ++d) {
-                SCOPED_TRACE(testing::Message() << threads << " threads, storage " << storage);
-                EXPECT_NEAR(many.mean[d], one.mean[d], 1e-15 * std::fabs(one.mean[d]));
-                EXPECT_NEAR(many.variance[d], one.variance[d], 1e-13 * one.variance[d]);
-                EXPECT_NEAR(many.skewness[d], one.skewness[d], 1e-11);
-                EXPECT_NEAR(many.kurtosis[d], one.kurtosis[d], 1e-11);
-            }
+            const outputs many = compute(x, dims, n, o);
+            for (int word = 11; word < 30; ++word)
+                for (int64_t d = 0; d < dims; ++d)
+                    EXPECT_LT(relative_error(many[word][d], one[word][d], 1), 1e-11)
+                        << threads << " threads, storage " << storage << ", word " << word;
         }
     }
 }

@@ -1,5 +1,5 @@
-// Helpers of the core tests: tasks with their integers, long double references, seeded data and
-// threader tables of the real threading layers.
+// Helpers of the core tests: tasks that own their integers, long double references, seeded data,
+// the threader tables of the real threading layers and scoped environment variables.
 #pragma once
 
 #include <dlfcn.h>
@@ -16,11 +16,12 @@
 
 namespace core_test {
 
-// The integers a task points to must outlive it, so a task owns them here.
+// A task over x. The integers it points to live as long as it does, in both widths; `wide`
+// picks the 64-bit ones.
 template <class T>
 struct task_fixture {
-    int64_t dims64 = 0, obs64 = 0, storage64 = 0;
-    int32_t dims32 = 0, obs32 = 0, storage32 = 0;
+    int64_t dims64, obs64, storage64;
+    int32_t dims32, obs32, storage32;
     qnd_ss_task* task = nullptr;
 
     task_fixture(int64_t dims,
@@ -29,52 +30,38 @@ struct task_fixture {
                  const T* x,
                  const T* w = nullptr,
                  const void* indices = nullptr,
-                 bool wide = true) {
-        dims64 = dims;
-        obs64 = obs;
-        storage64 = storage;
-        dims32 = static_cast<int32_t>(dims);
-        obs32 = static_cast<int32_t>(obs);
-        storage32 = static_cast<int32_t>(storage);
+                 bool wide = true)
+        : dims64(dims),
+          obs64(obs),
+          storage64(storage),
+          dims32(dims),
+          obs32(obs),
+          storage32(storage) {
         const void* d = wide ? static_cast<const void*>(&dims64) : &dims32;
         const void* o = wide ? static_cast<const void*>(&obs64) : &obs32;
         const void* s = wide ? static_cast<const void*>(&storage64) : &storage32;
-        int32_t status;
-        if constexpr (sizeof(T) == 4) {
-            status = __rtksSSNewTask(&task, d, o, s, x, w, indices, wide ? 1 : 0);
-        } else {
-            status = __rtkdSSNewTask(&task, d, o, s, x, w, indices, wide ? 1 : 0);
-        }
-        EXPECT_EQ(status, QND_SS_OK);
+        if constexpr (sizeof(T) == 4)
+            EXPECT_EQ(__rtksSSNewTask(&task, d, o, s, x, w, indices, wide), QND_SS_OK);
+        else
+            EXPECT_EQ(__rtkdSSNewTask(&task, d, o, s, x, w, indices, wide), QND_SS_OK);
     }
-    ~task_fixture() {
-        if (task != nullptr) {
-            EXPECT_EQ(__rtkSSDeleteTask(&task), QND_SS_OK);
-        }
-    }
+    ~task_fixture() { EXPECT_EQ(__rtkSSDeleteTask(&task), QND_SS_OK); }
     task_fixture(const task_fixture&) = delete;
-    task_fixture& operator=(const task_fixture&) = delete;
 
     int32_t edit(int32_t parameter, const void* value) {
-        if constexpr (sizeof(T) == 4) {
+        if constexpr (sizeof(T) == 4)
             return __rtksSSEditTask(task, parameter, value);
-        } else {
-            return __rtkdSSEditTask(task, parameter, value);
-        }
+        return __rtkdSSEditTask(task, parameter, value);
     }
     int32_t basic(uint64_t estimates, int64_t method, const qnd_ss_threader_row* table = nullptr) {
-        if constexpr (sizeof(T) == 4) {
+        if constexpr (sizeof(T) == 4)
             return _rtksSSBasic(task, estimates, method, table);
-        } else {
-            return _rtkdSSBasic(task, estimates, method, table);
-        }
+        return _rtkdSSBasic(task, estimates, method, table);
     }
     int32_t minmax(uint64_t estimates, int64_t method, const qnd_ss_threader_row* table = nullptr) {
-        if constexpr (sizeof(T) == 4) {
+        if constexpr (sizeof(T) == 4)
             return _rtksSSMinmax(task, estimates, method, table);
-        } else {
-            return _rtkdSSMinmax(task, estimates, method, table);
-        }
+        return _rtkdSSMinmax(task, estimates, method, table);
     }
 };
 
@@ -92,32 +79,25 @@ struct reference {
 
 // Two passes in long double over deviations from a pivot observation: x - pivot is exact for
 // data within a factor of two of the pivot, so the mean is held to long double precision in
-// the deviations, where the rounding of a long double mean near 1e8 would not be.
+// the deviations, where the rounding of a long double mean near 1e8 would not be. Observations
+// of weight 0 are left out.
 template <class T>
-reference reference_of(const T* x, const T* w, int64_t n, int64_t stride) {
+reference reference_of(const T* x, const T* w, int64_t n, int64_t stride = 1) {
     reference r;
-    long double pivot = 0;
-    for (int64_t i = 0; i < n; ++i) {
-        if (w == nullptr || w[i] > 0) {
+    long double pivot = 0, sum_dev = 0;
+    for (int64_t i = n - 1; i >= 0; --i)
+        if (w == nullptr || w[i] > 0)
             pivot = x[i * stride];
-            break;
-        }
-    }
-    long double sum_dev = 0;
     for (int64_t i = 0; i < n; ++i) {
-        const long double wi = w == nullptr ? 1 : w[i];
-        if (wi == 0) {
+        const long double wi = w == nullptr ? 1 : w[i], v = x[i * stride];
+        if (wi == 0)
             continue;
-        }
-        const long double v = x[i * stride];
         sum_dev += wi * (v - pivot);
         r.w += wi;
         r.w2 += wi * wi;
         long double p = wi;
-        for (int k = 0; k < 4; ++k) {
-            p *= v;
-            r.raw[k] += p;
-        }
+        for (int k = 0; k < 4; ++k)
+            r.raw[k] += (p *= v);
         r.min = std::fmin(r.min, v);
         r.max = std::fmax(r.max, v);
     }
@@ -125,33 +105,31 @@ reference reference_of(const T* x, const T* w, int64_t n, int64_t stride) {
     r.mean = pivot + mean_dev;
     for (int64_t i = 0; i < n; ++i) {
         const long double wi = w == nullptr ? 1 : w[i];
-        if (wi == 0) {
-            continue;
-        }
         const long double e = (static_cast<long double>(x[i * stride]) - pivot) - mean_dev;
-        r.c2 += wi * e * e;
-        r.c3 += wi * e * e * e;
-        r.c4 += wi * e * e * e * e;
+        if (wi != 0) {
+            r.c2 += wi * e * e;
+            r.c3 += wi * e * e * e;
+            r.c4 += wi * e * e * e * e;
+        }
     }
     return r;
 }
 
-inline double relative_error(double got, long double want) {
-    if (want == 0) {
-        return std::fabs(got);
-    }
-    return static_cast<double>(std::fabs((static_cast<long double>(got) - want) / want));
+// |got - want| relative to the larger of |want| and `floor`.
+inline double relative_error(double got, long double want, long double floor = 0) {
+    const long double scale = std::fmax(std::fabs(want), floor);
+    const long double error = std::fabs(static_cast<long double>(got) - want);
+    return static_cast<double>(scale == 0 ? error : error / scale);
 }
 
-// value + N(0, 1) draws, fixed seed.
+// offset + N(0, 1) draws, fixed seed.
 template <class T>
 std::vector<T> offset_normal(int64_t n, double offset, uint64_t seed) {
     std::mt19937_64 gen(seed);
     std::normal_distribution<double> dist(0.0, 1.0);
     std::vector<T> v(n);
-    for (auto& x : v) {
+    for (auto& x : v)
         x = static_cast<T>(offset + dist(gen));
-    }
     return v;
 }
 
@@ -159,40 +137,32 @@ std::vector<T> offset_normal(int64_t n, double offset, uint64_t seed) {
 template <class T>
 std::vector<T> transpose(const std::vector<T>& rows, int64_t dims, int64_t n) {
     std::vector<T> cols(rows.size());
-    for (int64_t d = 0; d < dims; ++d) {
-        for (int64_t i = 0; i < n; ++i) {
+    for (int64_t d = 0; d < dims; ++d)
+        for (int64_t i = 0; i < n; ++i)
             cols[i * dims + d] = rows[d * n + i];
-        }
-    }
     return cols;
 }
 
-// A threading layer opened from the build's library directory, and its table.
+// A threading layer opened from the build's library directory, and its threader table.
 struct layer {
     void* handle = nullptr;
     qnd_ss_threader_row rows[QND_SS_THREADER_ROWS] = {};
 
     explicit layer(const std::string& file) {
-        handle =
-            dlopen((std::string(QND_TEST_LIB_DIR) + "/" + file).c_str(), RTLD_NOW | RTLD_LOCAL);
+        handle = dlopen((QND_TEST_LIB_DIR "/" + file).c_str(), RTLD_NOW | RTLD_LOCAL);
         if (handle == nullptr) {
             ADD_FAILURE() << "cannot open " << file << ": " << dlerror();
             return;
         }
-        qnd_ss_threader_row r;
-        r.for_each =
-            reinterpret_cast<qnd_threader_for_fn>(dlsym(handle, "qnd_rtk_serv_threader_for"));
-        r.for_ordered = reinterpret_cast<qnd_threader_for_ordered_fn>(
-            dlsym(handle, "qnd_rtk_serv_threader_for_ordered"));
-        r.sections = reinterpret_cast<qnd_threader_sections_fn>(
-            dlsym(handle, "qnd_rtk_serv_threader_sections"));
-        r.ordered = reinterpret_cast<qnd_threader_ordered_fn>(
-            dlsym(handle, "qnd_rtk_serv_threader_ordered"));
-        r.get_num_threads_limit = reinterpret_cast<qnd_threader_get_num_threads_limit_fn>(
-            dlsym(handle, "qnd_rtk_serv_threader_get_num_threads_limit"));
-        for (auto& row : rows) {
+        const qnd_ss_threader_row r = {
+            symbol<qnd_threader_for_fn>("qnd_rtk_serv_threader_for"),
+            symbol<qnd_threader_for_ordered_fn>("qnd_rtk_serv_threader_for_ordered"),
+            symbol<qnd_threader_sections_fn>("qnd_rtk_serv_threader_sections"),
+            symbol<qnd_threader_ordered_fn>("qnd_rtk_serv_threader_ordered"),
+            symbol<qnd_threader_get_num_threads_limit_fn>(
+                "qnd_rtk_serv_threader_get_num_threads_limit")};
+        for (auto& row : rows)
             row = r;
-        }
     }
     template <class F>
     F symbol(const char* name) const {
@@ -203,29 +173,23 @@ struct layer {
 const char* const layer_files[] = {"libqnd_sequential.so.2", "libqnd_omp_thread.so.2",
                                    "libqnd_pool_thread.so.2"};
 
-// Sets an environment variable for the life of the object.
+// Sets (or with null, unsets) an environment variable for the life of the object.
 struct scoped_env {
-    std::string name;
-    std::string old;
+    std::string name, old;
     bool had;
-    scoped_env(const char* n, const char* value) : name(n) {
-        const char* o = std::getenv(n);
-        had = o != nullptr;
-        if (had) {
-            old = o;
-        }
-        if (value == nullptr) {
+    scoped_env(const char* n, const char* value) : name(n), had(std::getenv(n) != nullptr) {
+        if (had)
+            old = std::getenv(n);
+        if (value == nullptr)
             unsetenv(n);
-        } else {
+        else
             setenv(n, value, 1);
-        }
     }
     ~scoped_env() {
-        if (had) {
+        if (had)
             setenv(name.c_str(), old.c_str(), 1);
-        } else {
+        else
             unsetenv(name.c_str());
-        }
     }
 };
 

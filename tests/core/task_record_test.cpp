@@ -1,5 +1,8 @@
-// The task record: byte positions of its fields, what creation records, and the edit entries.
+// The task record and the checks made on it: byte positions of its fields, what creation
+// records, the edit entries, deletion, and the refusals of the routines and of the routing entry
+// with their statuses, in their order, writing nothing.
 #include <cstddef>
+#include <limits>
 
 #include "core_test_support.hpp"
 
@@ -8,113 +11,71 @@ using namespace core_test;
 namespace {
 
 TEST(TaskRecord, FieldsStandAtTheirBytePositions) {
-    const struct {
-        size_t offset;
-        size_t want;
-    } fields[] = {
-        {offsetof(qnd_ss_task, int_width), 0},
-        {offsetof(qnd_ss_task, dims_ptr), 16},
-        {offsetof(qnd_ss_task, observations_count_ptr), 24},
-        {offsetof(qnd_ss_task, indices), 32},
-        {offsetof(qnd_ss_task, observations), 40},
-        {offsetof(qnd_ss_task, weights), 48},
-        {offsetof(qnd_ss_task, storage_ptr), 64},
-        {offsetof(qnd_ss_task, mean), 88},
-        {offsetof(qnd_ss_task, raw_moment), 96},
-        {offsetof(qnd_ss_task, central_moment), 120},
-        {offsetof(qnd_ss_task, raw_sum), 144},
-        {offsetof(qnd_ss_task, central_sum), 176},
-        {offsetof(qnd_ss_task, kurtosis), 200},
-        {offsetof(qnd_ss_task, skewness), 208},
-        {offsetof(qnd_ss_task, variation), 216},
-        {offsetof(qnd_ss_task, min), 224},
-        {offsetof(qnd_ss_task, max), 232},
-    };
-    for (const auto& f : fields) {
-        EXPECT_EQ(f.offset, f.want);
-    }
+    const size_t got[] = {offsetof(qnd_ss_task, int_width),
+                          offsetof(qnd_ss_task, dims_ptr),
+                          offsetof(qnd_ss_task, observations_count_ptr),
+                          offsetof(qnd_ss_task, indices),
+                          offsetof(qnd_ss_task, observations),
+                          offsetof(qnd_ss_task, weights),
+                          offsetof(qnd_ss_task, storage_ptr),
+                          offsetof(qnd_ss_task, mean),
+                          offsetof(qnd_ss_task, raw_moment),
+                          offsetof(qnd_ss_task, central_moment),
+                          offsetof(qnd_ss_task, raw_sum),
+                          offsetof(qnd_ss_task, central_sum),
+                          offsetof(qnd_ss_task, kurtosis),
+                          offsetof(qnd_ss_task, skewness),
+                          offsetof(qnd_ss_task, variation),
+                          offsetof(qnd_ss_task, min),
+                          offsetof(qnd_ss_task, max)};
+    const size_t want[] = {0,   16,  24,  32,  40,  48,  64,  88, 96,
+                           120, 144, 176, 200, 208, 216, 224, 232};
+    EXPECT_TRUE(std::equal(got, got + 17, want));
 }
 
-TEST(TaskRecord, CreationRecordsItsArguments) {
-    const double x[4] = {1, 2, 3, 4};
-    const double w[2] = {1, 1};
+TEST(TaskRecord, CreationRecordsItsArgumentsAndEditsSetTheirFields) {
+    const double x[4] = {1, 2, 3, 4}, w[2] = {1, 1};
     const int32_t idx[2] = {1, 1};
-    for (int32_t marker : {0, 1}) {
-        task_fixture<double> f(2, 2, QND_SS_COL_MAJOR, x, w, idx, marker != 0);
+    for (bool wide : {false, true}) {
+        task_fixture<double> f(2, 2, QND_SS_COL_MAJOR, x, w, idx, wide);
         const qnd_ss_task& t = *f.task;
-        EXPECT_EQ(t.int_width, static_cast<uint32_t>(marker));
+        EXPECT_EQ(t.int_width, wide ? 1u : 0u);
         EXPECT_EQ(t.element_size, 8u);
-        EXPECT_EQ(t.dims_ptr, marker ? static_cast<const void*>(&f.dims64) : &f.dims32);
-        EXPECT_EQ(t.observations_count_ptr, marker ? static_cast<const void*>(&f.obs64) : &f.obs32);
-        EXPECT_EQ(t.storage_ptr, marker ? static_cast<const void*>(&f.storage64) : &f.storage32);
-        EXPECT_EQ(t.observations, x);
-        EXPECT_EQ(t.weights, w);
-        EXPECT_EQ(t.indices, idx);
-        EXPECT_EQ(t.mean, nullptr);
+        EXPECT_EQ(t.dims_ptr, wide ? static_cast<const void*>(&f.dims64) : &f.dims32);
+        EXPECT_EQ(t.observations_count_ptr, wide ? static_cast<const void*>(&f.obs64) : &f.obs32);
+        EXPECT_EQ(t.storage_ptr, wide ? static_cast<const void*>(&f.storage64) : &f.storage32);
+        EXPECT_TRUE(t.observations == x && t.weights == w && t.indices == idx && !t.mean);
     }
     const float xf[1] = {1};
     task_fixture<float> f(1, 1, QND_SS_ROW_MAJOR, xf);
     EXPECT_EQ(f.task->element_size, 4u);
-}
-
-TEST(TaskRecord, EditParametersSetTheirFields) {
-    const double x[1] = {0};
-    task_fixture<double> f(1, 1, QND_SS_ROW_MAJOR, x);
-    qnd_ss_task& t = *f.task;
-    double a[1];
-    const struct {
-        int32_t parameter;
-        void* const* field;
-    } cases[] = {
-        {7, &t.mean},
-        {8, &t.raw_moment[0]},
-        {9, &t.raw_moment[1]},
-        {10, &t.raw_moment[2]},
-        {11, &t.central_moment[0]},
-        {12, &t.central_moment[1]},
-        {13, &t.central_moment[2]},
-        {14, &t.kurtosis},
-        {15, &t.skewness},
-        {16, &t.min},
-        {17, &t.max},
-        {18, &t.variation},
-        {19, &t.raw_sum[0]},
-        {22, &t.raw_sum[3]},
-        {23, &t.central_sum[0]},
-        {25, &t.central_sum[2]},
-    };
-    for (const auto& c : cases) {
-        ASSERT_EQ(f.edit(c.parameter, a), QND_SS_OK) << c.parameter;
-        EXPECT_EQ(*c.field, a) << c.parameter;
-        ASSERT_EQ(f.edit(c.parameter, nullptr), QND_SS_OK);
-        EXPECT_EQ(*c.field, nullptr) << c.parameter;
+    // Parameters 7 to 25 set the result words 11 to 29 in this order, null too.
+    const int word_of_parameter[] = {11, 12, 13, 14, 15, 16, 17, 25, 26, 28,
+                                     29, 27, 18, 19, 20, 21, 22, 23, 24};
+    float a[1];
+    for (int32_t p = 7; p <= 25; ++p) {
+        void* const& field = reinterpret_cast<void* const*>(f.task)[word_of_parameter[p - 7]];
+        ASSERT_EQ(f.edit(p, a), QND_SS_OK);
+        EXPECT_EQ(field, a) << p;
+        ASSERT_EQ(f.edit(p, nullptr), QND_SS_OK);
+        EXPECT_EQ(field, nullptr) << p;
     }
     EXPECT_EQ(f.edit(QND_SS_ED_OBSERVATIONS, a), QND_SS_OK);
-    EXPECT_EQ(t.observations, a);
+    EXPECT_EQ(f.task->observations, a);
     EXPECT_EQ(f.edit(0, a), QND_SS_ERROR_PARAMETER);
     EXPECT_EQ(f.edit(26, a), QND_SS_ERROR_PARAMETER);
-    EXPECT_EQ(__rtksSSEditTask(f.task, QND_SS_ED_MEAN, a), QND_SS_ERROR_ELEMENT_TYPE);
+    EXPECT_EQ(__rtkdSSEditTask(f.task, QND_SS_ED_MEAN, a), QND_SS_ERROR_ELEMENT_TYPE);
     EXPECT_EQ(__rtkdSSEditTask(nullptr, QND_SS_ED_MEAN, a), QND_SS_ERROR_TASK);
-}
-
-TEST(TaskRecord, EditMomentsAndSumsSetAllSevenFieldsNullsToo) {
-    const float x[1] = {0};
-    task_fixture<float> f(1, 1, QND_SS_ROW_MAJOR, x);
-    float a[7][1];
-    ASSERT_EQ(__rtksSSEditMoments(f.task, a[0], a[1], a[2], a[3], a[4], a[5], a[6]), QND_SS_OK);
-    EXPECT_EQ(f.task->mean, a[0]);
-    EXPECT_EQ(f.task->raw_moment[2], a[3]);
-    EXPECT_EQ(f.task->central_moment[2], a[6]);
-    ASSERT_EQ(
-        __rtksSSEditMoments(f.task, a[0], nullptr, nullptr, nullptr, nullptr, nullptr, nullptr),
-        QND_SS_OK);
+    // EditMoments and EditSums set all seven fields, nulls too.
+    float m[7][1];
+    ASSERT_EQ(__rtksSSEditMoments(f.task, m[0], m[1], m[2], m[3], m[4], m[5], m[6]), QND_SS_OK);
+    EXPECT_TRUE(f.task->mean == m[0] && f.task->raw_moment[2] == m[3] &&
+                f.task->central_moment[2] == m[6]);
+    ASSERT_EQ(__rtksSSEditMoments(f.task, m[0], 0, 0, 0, 0, 0, 0), QND_SS_OK);
     EXPECT_EQ(f.task->raw_moment[0], nullptr);
-    ASSERT_EQ(__rtksSSEditSums(f.task, a[0], a[1], a[2], a[3], a[4], a[5], a[6]), QND_SS_OK);
-    EXPECT_EQ(f.task->raw_sum[0], a[0]);
-    EXPECT_EQ(f.task->central_sum[2], a[6]);
-    EXPECT_EQ(
-        __rtkdSSEditSums(f.task, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr),
-        QND_SS_ERROR_ELEMENT_TYPE);
+    ASSERT_EQ(__rtksSSEditSums(f.task, m[0], m[1], m[2], m[3], m[4], m[5], m[6]), QND_SS_OK);
+    EXPECT_TRUE(f.task->raw_sum[0] == m[0] && f.task->central_sum[2] == m[6]);
+    EXPECT_EQ(__rtkdSSEditSums(f.task, 0, 0, 0, 0, 0, 0, 0), QND_SS_ERROR_ELEMENT_TYPE);
 }
 
 TEST(TaskRecord, DeleteClearsTheHandleAndRefusesWhatIsNotATask) {
@@ -122,13 +83,154 @@ TEST(TaskRecord, DeleteClearsTheHandleAndRefusesWhatIsNotATask) {
     const int64_t one = 1, storage = QND_SS_ROW_MAJOR;
     qnd_ss_task* task = nullptr;
     ASSERT_EQ(__rtkdSSNewTask(&task, &one, &one, &storage, x, nullptr, nullptr, 1), QND_SS_OK);
-    ASSERT_NE(task, nullptr);
     EXPECT_EQ(__rtkSSDeleteTask(&task), QND_SS_OK);
     EXPECT_EQ(task, nullptr);
     EXPECT_EQ(__rtkSSDeleteTask(&task), QND_SS_ERROR_TASK);
     EXPECT_EQ(__rtkSSDeleteTask(nullptr), QND_SS_ERROR_TASK);
     EXPECT_EQ(__rtkdSSNewTask(nullptr, &one, &one, &storage, x, nullptr, nullptr, 1),
               QND_SS_ERROR_TASK);
+}
+
+constexpr double sentinel = -777.0;
+
+// A valid 2 x 3 task with mean, skewness and minimum outputs, which a case then spoils.
+struct spoilable {
+    double x[6] = {1, 2, 3, 4, 5, 9}, w[3] = {1, 1, 1};
+    double mean[2] = {sentinel, sentinel}, skew[2] = {sentinel, sentinel},
+           mn[2] = {sentinel, sentinel};
+    task_fixture<double> f{2, 3, QND_SS_ROW_MAJOR, x, w};
+    spoilable() {
+        f.edit(QND_SS_ED_MEAN, mean);
+        f.edit(QND_SS_ED_SKEWNESS, skew);
+        f.edit(QND_SS_ED_MIN, mn);
+    }
+    bool untouched() const {
+        return mean[0] == sentinel && mean[1] == sentinel && skew[0] == sentinel &&
+               skew[1] == sentinel && mn[0] == sentinel && mn[1] == sentinel;
+    }
+};
+
+struct refusal {
+    const char* name;
+    void (*spoil)(spoilable&);
+    uint64_t estimates;
+    int64_t method;
+    int32_t basic_status, minmax_status;
+};
+
+// Each refusal of the basic routine, of minmax and, for the checks of the task, of the routing
+// entry; the routines write nothing when they refuse.
+TEST(Refusals, StatusAndNothingWritten) {
+    const refusal refusals[] = {
+        {"dims zero", [](spoilable& s) { s.f.dims64 = 0; }, 0x101, 1, -4001, -4001},
+        {"dims null", [](spoilable& s) { s.f.task->dims_ptr = nullptr; }, 0x101, 1, -4001, -4001},
+        {"observations zero", [](spoilable& s) { s.f.obs64 = 0; }, 0x101, 1, -4002, -4002},
+        {"observations null", [](spoilable& s) { s.f.task->observations = nullptr; }, 0x101, 1,
+         -4032, -4032},
+        {"storage null", [](spoilable& s) { s.f.task->storage_ptr = nullptr; }, 0x101, 1, -4044,
+         -4044},
+        {"storage value", [](spoilable& s) { s.f.storage64 = 3; }, 0x101, 1, -4003, -4003},
+        {"count before observations",
+         [](spoilable& s) {
+             s.f.obs64 = -1;
+             s.f.task->observations = nullptr;
+         },
+         0x101, 1, -4002, -4002},
+        {"32-bit read of a 64-bit dims",
+         [](spoilable& s) {
+             s.f.task->int_width = 0;
+             s.f.dims64 = int64_t(1) << 32;
+         },
+         0x101, 1, -4001, -4001},
+        {"method 3", [](spoilable&) {}, 0x101, 3, -4029, -4029},
+        {"method 257", [](spoilable&) {}, 0x101, 257, -4029, -4029},
+        {"negative weight", [](spoilable& s) { s.w[1] = -1; }, 0x101, 1, -4052, -4052},
+        {"NaN weight", [](spoilable& s) { s.w[2] = std::numeric_limits<double>::quiet_NaN(); },
+         0x101, 2, -4052, -4052},
+        {"caller's mean missing", [](spoilable& s) { s.f.task->mean = nullptr; }, 0x100, 256, -4006,
+         0},
+        {"covariance bit", [](spoilable&) {}, 0x1001, 1, -4090, 0},
+    };
+    for (const refusal& r : refusals) {
+        SCOPED_TRACE(r.name);
+        for (int routine = 0; routine < 3; ++routine) {
+            spoilable s;
+            r.spoil(s);
+            if (routine == 0)
+                EXPECT_EQ(s.f.basic(r.estimates, r.method), r.basic_status);
+            else if (routine == 1)
+                EXPECT_EQ(s.f.minmax(QND_SS_MIN, r.method), r.minmax_status);
+            else  // these masks route to the basic routine alone
+                EXPECT_EQ(qnd_ss_compute_d(s.f.task, r.estimates, r.method, 0), r.basic_status);
+            EXPECT_TRUE(s.untouched() || (routine == 1 && r.minmax_status == 0));
+        }
+    }
+    EXPECT_EQ(_rtkdSSBasic(nullptr, 1, 1, nullptr), QND_SS_ERROR_TASK);
+    EXPECT_EQ(_rtksSSMinmax(nullptr, 0x400, 1, nullptr), QND_SS_ERROR_TASK);
+    qnd_ss_task fake{};
+    EXPECT_EQ(_rtkdSSBasic(&fake, 1, 1, nullptr), QND_SS_ERROR_TASK);
+    spoilable s;
+    EXPECT_EQ(_rtksSSBasic(s.f.task, 1, 1, nullptr), QND_SS_ERROR_ELEMENT_TYPE);
+    EXPECT_EQ(qnd_ss_compute_d(nullptr, 1, 1, nullptr), QND_SS_ERROR_TASK);
+    EXPECT_TRUE(s.untouched());
+}
+
+TEST(Outputs, OnlyWhatIsAskedForAndHasAnArrayIsWritten) {
+    spoilable s;
+    s.f.task->mean = nullptr;
+    ASSERT_EQ(s.f.basic(QND_SS_BASIC_ESTIMATES, 1), QND_SS_OK);
+    EXPECT_NE(s.skew[0], sentinel);
+    EXPECT_EQ(s.mn[0], sentinel);
+    s.f.task->mean = s.mean;
+    ASSERT_EQ(s.f.basic(QND_SS_SKEWNESS, 1), QND_SS_OK);
+    EXPECT_EQ(s.mean[0], sentinel);
+    // Each estimate goes by its own array: the third central moment alone among the moments.
+    double c3[2] = {sentinel, sentinel};
+    s.f.task->skewness = nullptr;
+    ASSERT_EQ(
+        __rtkdSSEditMoments(s.f.task, nullptr, nullptr, nullptr, nullptr, nullptr, c3, nullptr),
+        QND_SS_OK);
+    ASSERT_EQ(s.f.basic(QND_SS_BASIC_ESTIMATES, 1), QND_SS_OK);
+    EXPECT_NE(c3[0], sentinel);
+    ASSERT_EQ(__rtkdSSEditMoments(s.f.task, s.mean, 0, 0, 0, 0, 0, 0), QND_SS_OK);
+    s.f.task->skewness = s.skew;
+    // Under method 256 the mean is an input.
+    s.mean[0] = 2;
+    s.mean[1] = 6;
+    ASSERT_EQ(s.f.basic(QND_SS_MEAN | QND_SS_SKEWNESS, 256), QND_SS_OK);
+    EXPECT_TRUE(s.mean[0] == 2 && s.mean[1] == 6 && s.skew[0] == 0);
+}
+
+TEST(Routines, TheTenOthersAreNotSupported) {
+    void* core = dlopen(QND_TEST_LIB_DIR "/libqnd_core.so.2", RTLD_NOW | RTLD_LOCAL);
+    ASSERT_NE(core, nullptr);
+    spoilable s;
+    for (const char* name : {"MissingValues", "Sort", "MAD", "PooledCovariance",
+                             "OutliersDetection", "RobustCovariance", "PartialCovariance",
+                             "Quantiles", "StreamQuantiles", "CorParametrization"}) {
+        for (const char* prefix : {"_rtks", "_rtkd"}) {
+            const std::string symbol = std::string(prefix) + "SS" + name;
+            auto routine = reinterpret_cast<decltype(&_rtkdSSBasic)>(dlsym(core, symbol.c_str()));
+            ASSERT_NE(routine, nullptr) << symbol;
+            EXPECT_EQ(routine(s.f.task, ~0ULL, 1, nullptr), QND_SS_ERROR_NOT_SUPPORTED) << symbol;
+        }
+    }
+    EXPECT_TRUE(s.untouched());
+}
+
+TEST(Routing, ComputeEntryRoutesTheMask) {
+    spoilable s;
+    EXPECT_EQ(qnd_ss_compute_d(s.f.task, 0, 1, nullptr), QND_SS_OK);
+    // The missing-values bit runs that routine alone.
+    EXPECT_EQ(qnd_ss_compute_d(s.f.task, 0x400000 | 1, 1, nullptr), QND_SS_ERROR_NOT_SUPPORTED);
+    EXPECT_TRUE(s.untouched());
+    // A partial-covariance bit passes without observations and reaches its routine.
+    s.f.task->observations = nullptr;
+    EXPECT_EQ(qnd_ss_compute_d(s.f.task, 0x100000, 1, nullptr), QND_SS_ERROR_NOT_SUPPORTED);
+    s.f.task->observations = s.x;
+    // Minimum first, then the basic estimates.
+    ASSERT_EQ(qnd_ss_compute_d(s.f.task, QND_SS_MIN | QND_SS_MEAN, 1, nullptr), QND_SS_OK);
+    EXPECT_TRUE(s.mn[0] == 1 && s.mn[1] == 4 && s.mean[1] == 6 && s.skew[0] == sentinel);
 }
 
 }  // namespace

@@ -2,7 +2,6 @@
 // each layer's table.
 #include <unistd.h>
 
-#include <atomic>
 #include <fstream>
 #include <mutex>
 #include <set>
@@ -14,12 +13,14 @@ using namespace core_test;
 
 namespace {
 
+// What a region's callbacks saw: visits per index, thread numbers, the order of ordered parts.
 struct visit_log {
     std::mutex m;
-    std::vector<int64_t> order;
     std::vector<int> count;
+    std::vector<int64_t> order;
     std::set<int32_t> threads;
     bool bad_thread = false;
+    explicit visit_log(int64_t n) : count(n, 0) {}
 };
 
 void record(void* ctx, int64_t i, int32_t t, int32_t nt) {
@@ -37,84 +38,85 @@ void record_order(void* ctx, int64_t i, int32_t, int32_t) {
     log.order.push_back(i);
 }
 
-class Layer : public testing::TestWithParam<const char*> {};
+bool once_each(const visit_log& log) {
+    return std::all_of(log.count.begin(), log.count.end(), [](int c) { return c == 1; });
+}
 
-TEST_P(Layer, ForRunsEveryIndexOnceOnValidThreads) {
-    layer l(GetParam());
+std::vector<int64_t> rising(int64_t n) {
+    std::vector<int64_t> v(n);
+    for (int64_t i = 0; i < n; ++i)
+        v[i] = i;
+    return v;
+}
+
+class Layer : public testing::TestWithParam<const char*> {
+  protected:
+    layer l{GetParam()};
+    const qnd_ss_threader_row& row = l.rows[0];
+    bool sequential() const {
+        return std::string(GetParam()).find("sequential") != std::string::npos;
+    }
+};
+
+TEST_P(Layer, RegionsRunEveryIndexOnceOnValidThreadsInTheirOrder) {
     scoped_env env("QND_NUM_THREADS", "3");
     for (int64_t n : {0, 1, 2, 5, 1000}) {
-        visit_log log;
-        log.count.assign(n, 0);
-        l.rows[0].for_each(n, 0, &log, record);
-        for (int64_t i = 0; i < n; ++i) {
-            EXPECT_EQ(log.count[i], 1) << n << " " << i;
-        }
-        EXPECT_FALSE(log.bad_thread);
-        EXPECT_LE(log.threads.size(), 3u);
+        visit_log log(n);
+        row.for_each(n, 0, &log, record);
+        EXPECT_TRUE(once_each(log) && !log.bad_thread) << n;
+        EXPECT_EQ(log.threads.size(),
+                  static_cast<size_t>(std::min<int64_t>(n, sequential() ? 1 : 3)));
     }
     // max_threads bounds the team.
-    visit_log log;
-    log.count.assign(100, 0);
-    l.rows[0].for_each(100, 1, &log, record);
-    EXPECT_EQ(log.threads.size(), 1u);
-}
-
-TEST_P(Layer, OrderedPartsRunInRisingOrderAfterTheirBodies) {
-    layer l(GetParam());
-    visit_log log;
-    log.count.assign(50, 0);
-    l.rows[0].for_ordered(50, 0, &log, record, record_order);
-    ASSERT_EQ(log.order.size(), 50u);
-    for (int64_t i = 0; i < 50; ++i) {
-        EXPECT_EQ(log.order[i], i);
-    }
-}
-
-TEST_P(Layer, SectionsAndTeams) {
-    layer l(GetParam());
-    scoped_env env("QND_NUM_THREADS", "2");
-    visit_log log;
-    log.count.assign(7, 0);
-    l.rows[0].sections(7, 0, &log, record);
-    for (int c : log.count) {
-        EXPECT_EQ(c, 1);
-    }
-    visit_log team;
-    team.count.assign(16, 0);
-    l.rows[0].ordered(0, &team, record, record_order);
-    const int32_t limit = l.rows[0].get_num_threads_limit();
-    ASSERT_EQ(team.order.size(), static_cast<size_t>(limit));
-    for (int32_t t = 0; t < limit; ++t) {
-        EXPECT_EQ(team.order[t], t);
-    }
+    visit_log one(100);
+    row.for_each(100, 1, &one, record);
+    EXPECT_EQ(one.threads, std::set<int32_t>{0});
+    visit_log ordered(50);
+    row.for_ordered(50, 0, &ordered, record, record_order);
+    EXPECT_EQ(ordered.order, rising(50));
+    visit_log sections(7);
+    row.sections(7, 0, &sections, record);
+    EXPECT_TRUE(once_each(sections) && !sections.bad_thread);
+    // A team of the layer's limit, then its ordered parts by thread number.
+    visit_log team(16);
+    row.ordered(0, &team, record, record_order);
+    EXPECT_EQ(team.order, rising(row.get_num_threads_limit()));
+    EXPECT_EQ(team.threads.size(), team.order.size());
 }
 
 TEST_P(Layer, ThreadLimitFollowsTheEnvironment) {
-    layer l(GetParam());
-    const bool sequential = std::string(GetParam()).find("sequential") != std::string::npos;
-    scoped_env env("QND_NUM_THREADS", "5");
-    EXPECT_EQ(l.rows[0].get_num_threads_limit(), sequential ? 1 : 5);
-    scoped_env env2("QND_NUM_THREADS", "junk");
-    EXPECT_GE(l.rows[0].get_num_threads_limit(), 1);
+    for (const char* value : {"5", "1", "4095"}) {
+        scoped_env env("QND_NUM_THREADS", value);
+        EXPECT_EQ(row.get_num_threads_limit(), sequential() ? 1 : std::atoi(value));
+    }
+    // Values out of range fall back to the machine's count, at least 1.
+    for (const char* value : {"junk", "0", "-3", "4096"}) {
+        scoped_env env("QND_NUM_THREADS", value);
+        const int32_t fallback = row.get_num_threads_limit();
+        EXPECT_TRUE(fallback >= 1 && fallback <= (sequential() ? 1 : 4094)) << value;
+    }
 }
 
 TEST_P(Layer, GetenvAndLock) {
-    layer l(GetParam());
-    auto getenv_ = l.symbol<int32_t (*)(const char*, char*, int32_t)>("qnd_serv_getenv");
+    auto get = l.symbol<int32_t (*)(const char*, char*, int32_t)>("qnd_serv_getenv");
     auto lock = l.symbol<void (*)(int32_t*)>("qnd_serv_lock");
     auto unlock = l.symbol<void (*)(int32_t*)>("qnd_serv_unlock");
-    ASSERT_TRUE(getenv_ && lock && unlock);
+    ASSERT_TRUE(get && lock && unlock);
     scoped_env env("QND_TEST_VALUE", "1abcdef");
     char buffer[4] = {'x', 'x', 'x', 'x'};
-    EXPECT_EQ(getenv_("QND_TEST_VALUE", buffer, 4), 7);
+    EXPECT_EQ(get("QND_TEST_VALUE", buffer, 4), 7);
+    EXPECT_STREQ(buffer, "1ab");
+    EXPECT_EQ(get("QND_TEST_VALUE", buffer, 0), 7);
+    EXPECT_EQ(get("QND_TEST_VALUE", nullptr, 4), 7);
     EXPECT_STREQ(buffer, "1ab");
     scoped_env unset("QND_TEST_VALUE", nullptr);
-    EXPECT_LE(getenv_("QND_TEST_VALUE", buffer, 4), 0);
+    EXPECT_EQ(get("QND_TEST_VALUE", buffer, 4), -1);
+    EXPECT_EQ(get(nullptr, buffer, 4), -1);
 
     int32_t word = 0;
     int64_t counter = 0;
     std::vector<std::thread> threads;
-    for (int t = 0; t < 4; ++t) {
+    for (int t = 0; t < 4; ++t)
         threads.emplace_back([&] {
             for (int i = 0; i < 20000; ++i) {
                 lock(&word);
@@ -122,16 +124,13 @@ TEST_P(Layer, GetenvAndLock) {
                 unlock(&word);
             }
         });
-    }
-    for (auto& t : threads) {
+    for (auto& t : threads)
         t.join();
-    }
     EXPECT_EQ(counter, 80000);
     EXPECT_EQ(word, 0);
 }
 
 TEST_P(Layer, PrintsTheNumberedMessages) {
-    layer l(GetParam());
     auto print = l.symbol<void (*)(int32_t, int32_t, int32_t, ...)>("qnd_serv_print");
     ASSERT_NE(print, nullptr);
     const struct {
@@ -146,39 +145,31 @@ TEST_P(Layer, PrintsTheNumberedMessages) {
          "the directory of the threading layer\n"},
         {1, 772, "__rtksSSEditSums",
          "qnd fatal error: the statistics component has no entry named __rtksSSEditSums\n"},
+        {0, 99, nullptr, "qnd error: message 99\n"},
     };
     for (const auto& c : cases) {
         testing::internal::CaptureStderr();
-        if (c.arg == nullptr) {
+        if (c.arg == nullptr)
             print(c.kind, c.number, 0);
-        } else {
+        else
             print(c.kind, c.number, 1, c.arg);
-        }
         EXPECT_EQ(testing::internal::GetCapturedStderr(), c.want);
     }
 }
 
-TEST_P(Layer, LoadsTheComponentBesideItself) {
-    layer l(GetParam());
+TEST_P(Layer, LoadsTheComponentBesideItselfAndExitsWithTheCode) {
     auto load = l.symbol<void* (*)()>("qnd_serv_load_ktn");
-    ASSERT_NE(load, nullptr);
+    auto exit = l.symbol<void (*)(int32_t)>("qnd_serv_exit");
+    ASSERT_TRUE(load && exit);
     scoped_env env(QND_CORE_LIBRARY_ENV, nullptr);
     void* core = load();
-    ASSERT_NE(core, nullptr);
     // The same file as the component this test links.
     EXPECT_EQ(dlsym(core, "__rtkdSSNewTask"), reinterpret_cast<void*>(&__rtkdSSNewTask));
     EXPECT_EQ(load(), core);
-}
-
-TEST_P(Layer, ExitEndsTheProcessWithTheCode) {
-    layer l(GetParam());
-    auto exit_ = l.symbol<void (*)(int32_t)>("qnd_serv_exit");
-    ASSERT_NE(exit_, nullptr);
-    EXPECT_EXIT(exit_(3), testing::ExitedWithCode(3), "");
+    EXPECT_EXIT(exit(3), testing::ExitedWithCode(3), "");
 }
 
 TEST_P(Layer, RoutinesThroughTheTableMatchTheCallingThread) {
-    layer l(GetParam());
     scoped_env env("QND_NUM_THREADS", "2");
     const int64_t dims = 3, n = 300000;
     const std::vector<double> x = offset_normal<double>(dims * n, 10, 2);
@@ -200,34 +191,25 @@ INSTANTIATE_TEST_SUITE_P(Core, Layer, testing::ValuesIn(layer_files));
 // A layer copied away from the component finds nothing beside itself, and takes the file
 // named by the environment instead.
 TEST(LayerElsewhere, ComponentFromTheEnvironment) {
-    char dir_template[] = "/tmp/qnd_layer_XXXXXX";
-    ASSERT_NE(mkdtemp(dir_template), nullptr);
-    const std::string dir = dir_template;
-    const std::string copy = dir + "/libqnd_sequential.so.2";
+    char dir[] = "/tmp/qnd_layer_XXXXXX";
+    ASSERT_NE(mkdtemp(dir), nullptr);
+    const std::string copy = std::string(dir) + "/libqnd_sequential.so.2";
     {
-        std::ifstream in(std::string(QND_TEST_LIB_DIR) + "/libqnd_sequential.so.2",
-                         std::ios::binary);
-        std::ofstream out(copy, std::ios::binary);
-        out << in.rdbuf();
+        std::ifstream in(QND_TEST_LIB_DIR "/libqnd_sequential.so.2", std::ios::binary);
+        std::ofstream(copy, std::ios::binary) << in.rdbuf();
     }
     void* h = dlopen(copy.c_str(), RTLD_NOW | RTLD_LOCAL);
     ASSERT_NE(h, nullptr);
     auto load = reinterpret_cast<void* (*)()>(dlsym(h, "qnd_serv_load_ktn"));
-    {
-        scoped_env env(QND_CORE_LIBRARY_ENV, nullptr);
-        EXPECT_EQ(load(), nullptr);
+    for (const char* chosen : {static_cast<const char*>(nullptr), "", "/no/such/file.so"}) {
+        scoped_env env(QND_CORE_LIBRARY_ENV, chosen);
+        EXPECT_EQ(load(), nullptr) << (chosen ? chosen : "unset");
     }
-    {
-        scoped_env env(QND_CORE_LIBRARY_ENV, (dir + "/no_such_file.so").c_str());
-        EXPECT_EQ(load(), nullptr);
-    }
-    const std::string core = std::string(QND_TEST_LIB_DIR) + "/libqnd_core.so.2";
-    scoped_env env(QND_CORE_LIBRARY_ENV, core.c_str());
+    scoped_env env(QND_CORE_LIBRARY_ENV, QND_TEST_LIB_DIR "/libqnd_core.so.2");
     void* handle = load();
-    ASSERT_NE(handle, nullptr);
     EXPECT_NE(dlsym(handle, "_rtkdSSBasic"), nullptr);
     unlink(copy.c_str());
-    rmdir(dir.c_str());
+    rmdir(dir);
 }
 
 }  // namespace

@@ -14,17 +14,10 @@ namespace {
 
 using namespace tavrel::qnd::stats::detail::cpu;
 
-class missing_layer : public ::testing::Test {
-  protected:
-    static void SetUpTestSuite() { GTEST_FLAG_SET(death_test_style, "threadsafe"); }
-};
-
-TEST_F(missing_layer, the_directory_is_found_without_any_layer) {
+TEST(missing_layer, ends_the_process_like_the_loader_with_status_127) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
     ASSERT_NE(library_directory(), nullptr);
     EXPECT_EQ(std::string(library_directory()), CPU_ALONE_DIR);
-}
-
-TEST_F(missing_layer, ends_the_process_like_the_loader_with_status_127) {
     const auto body = [] {
         const char line[] = "before the first service\n";
         ssize_t written = write(2, line, std::strlen(line));
@@ -34,9 +27,6 @@ TEST_F(missing_layer, ends_the_process_like_the_loader_with_status_127) {
     EXPECT_EXIT(body(), ::testing::ExitedWithCode(127),
                 "^before the first service\nlibqnd_sycl_stats.so: cannot load the threading layer: "
                 ".*libqnd_pool_thread.so.2.*\n$");
-}
-
-TEST_F(missing_layer, the_threader_table_needs_the_layer_too) {
     EXPECT_EXIT(threader_table(), ::testing::ExitedWithCode(127),
                 "cannot load the threading layer");
 }

@@ -4,8 +4,6 @@
 #include <dlfcn.h>
 #include <unistd.h>
 
-#include <cstdlib>
-#include <cstring>
 #include <string>
 #include <vector>
 
@@ -17,32 +15,8 @@ namespace {
 
 using namespace tavrel::qnd::stats::detail::cpu;
 
-const std::string doubles_dir = CPU_DOUBLES_DIR;
-
-void* preload(const char* layer) {
-    return dlopen((doubles_dir + "lib" + layer + ".so.2").c_str(), RTLD_NOW | RTLD_LOCAL);
-}
-
-bool in_process(const char* layer) {
-    return dlopen((doubles_dir + "lib" + layer + ".so.2").c_str(), RTLD_NOW | RTLD_NOLOAD) !=
-           nullptr;
-}
-
-// The name the bound layer gives itself.
-std::string bound_layer() {
-    using name_fn = const char*();
-    auto* name = reinterpret_cast<name_fn*>(dlsym(threading_layer(), "layer_double_name"));
-    return name != nullptr ? name() : "unknown";
-}
-
-// Ends the child with 0 when `ok`, else prints `why` and ends it with 1.
-[[noreturn]] void finish(bool ok, const std::string& why) {
-    if (!ok) {
-        const std::string line = why + "\n";
-        ssize_t written = write(2, line.data(), line.size());
-        (void)written;
-    }
-    _exit(ok ? 0 : 1);
+void* open_layer(const std::string& layer, int mode) {
+    return dlopen((CPU_DOUBLES_DIR "lib" + layer + ".so.2").c_str(), RTLD_NOW | mode);
 }
 
 class threading_layer_search : public ::testing::Test {
@@ -52,15 +26,13 @@ class threading_layer_search : public ::testing::Test {
 
 TEST_F(threading_layer_search, finds_the_directory_of_the_library_file) {
     ASSERT_NE(library_directory(), nullptr);
-    EXPECT_EQ(std::string(library_directory()), doubles_dir);
+    EXPECT_EQ(std::string(library_directory()), CPU_DOUBLES_DIR);
 }
 
+// The child ends with 0 when the layer bound is `bound`, no other layer was loaded for it, and
+// the services and the threader table come from it.
 TEST_F(threading_layer_search, binds_the_layer_already_in_the_process_by_precedence) {
-    struct search_case {
-        std::vector<const char*> loaded;
-        const char* bound;
-    };
-    const std::vector<search_case> cases = {
+    const std::vector<std::pair<std::vector<std::string>, std::string>> cases = {
         {{}, "qnd_pool_thread"},
         {{"qnd_pool_thread"}, "qnd_pool_thread"},
         {{"qnd_sequential"}, "qnd_sequential"},
@@ -69,60 +41,35 @@ TEST_F(threading_layer_search, binds_the_layer_already_in_the_process_by_precede
         {{"qnd_sequential", "qnd_omp_thread"}, "qnd_omp_thread"},
         {{"qnd_pool_thread", "qnd_sequential", "qnd_omp_thread"}, "qnd_omp_thread"},
     };
-    for (const search_case& c : cases) {
-        std::string loaded;
-        for (const char* layer : c.loaded)
-            loaded += std::string(layer) + " ";
-        SCOPED_TRACE("loaded before: " + loaded);
+    for (const auto& [loaded, bound] : cases) {
+        SCOPED_TRACE("bound: " + bound);
         EXPECT_EXIT(
             {
-                for (const char* layer : c.loaded)
-                    preload(layer);
-                const std::string bound = bound_layer();
-                const bool pool_untouched = !c.loaded.empty() ||
-                                            std::strcmp(c.bound, "qnd_pool_thread") == 0 ||
-                                            !in_process("qnd_pool_thread");
-                finish(bound == c.bound && pool_untouched, "bound " + bound);
+                for (const std::string& layer : loaded)
+                    open_layer(layer, RTLD_LOCAL);
+                bool ok = threading_layer() == open_layer(bound, RTLD_NOLOAD);
+                for (const char* other : {"qnd_pool_thread", "qnd_sequential", "qnd_omp_thread"})
+                    ok = ok && (other == bound || open_layer(other, RTLD_NOLOAD) == nullptr ||
+                                std::find(loaded.begin(), loaded.end(), other) != loaded.end());
+                ok = ok &&
+                     reinterpret_cast<void*>(threader_table()->rows[5].get_num_threads_limit) ==
+                         dlsym(threading_layer(), "qnd_rtk_serv_threader_get_num_threads_limit");
+                ok = ok &&
+                     qnd_serv_load_ktn() == dlopen(CPU_DOUBLES_DIR "libqnd_core.so.2", RTLD_NOW);
+                std::int32_t word = 0;
+                qnd_serv_lock(&word);
+                ok = ok && word == 1;
+                qnd_serv_unlock(&word);
+                char value[8];
+                setenv("QND_SEARCH_VALUE", "abcdefghij", 1);
+                ok = ok && word == 0 && qnd_serv_getenv("QND_SEARCH_VALUE", value, 8) == 10 &&
+                     std::string(value) == "abcdefg";
+                if (ok)
+                    qnd_serv_print(0, 99, 0);
+                qnd_serv_exit(ok ? 5 : 1);
             },
-            ::testing::ExitedWithCode(0), "");
+            ::testing::ExitedWithCode(5), "^qnd error: message 99\n$");
     }
-}
-
-TEST_F(threading_layer_search, a_preloaded_layer_keeps_the_pool_layer_out) {
-    EXPECT_EXIT(
-        {
-            preload("qnd_omp_thread");
-            threading_layer();
-            finish(!in_process("qnd_pool_thread") && !in_process("qnd_sequential"),
-                   "another layer was loaded");
-        },
-        ::testing::ExitedWithCode(0), "");
-}
-
-TEST_F(threading_layer_search, the_services_and_the_threader_table_come_from_the_bound_layer) {
-    EXPECT_EXIT(
-        {
-            void* omp = preload("qnd_omp_thread");
-            const ss_threader_table* table = threader_table();
-            const bool table_ok = reinterpret_cast<void*>(table->rows[5].get_num_threads_limit) ==
-                                  dlsym(omp, "qnd_rtk_serv_threader_get_num_threads_limit");
-            if (!table_ok)
-                finish(false, "table not from the omp layer");
-            qnd_serv_print(1, 3, 1, "through the omp layer");
-            _exit(5);
-        },
-        ::testing::ExitedWithCode(5),
-        "^layer double qnd_omp_thread: message 3 kind 1: through the omp layer\n$");
-}
-
-TEST_F(threading_layer_search, the_component_comes_from_the_layer_loader) {
-    EXPECT_EXIT(
-        {
-            void* module = qnd_serv_load_ktn();
-            void* expected = dlopen((doubles_dir + "libqnd_core.so.2").c_str(), RTLD_NOW);
-            finish(module != nullptr && module == expected, "another component");
-        },
-        ::testing::ExitedWithCode(0), "");
 }
 
 }  // namespace
