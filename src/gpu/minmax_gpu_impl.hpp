@@ -12,6 +12,7 @@
 #include <sycl/sycl.hpp>
 
 #include "gpu/dataset_helper.hpp"
+#include "gpu/range_check.hpp"
 #include "gpu/minmax_gpu_impl_launch.hpp"
 
 namespace tavrel::qnd::stats::detail::gpu {
@@ -66,6 +67,7 @@ sycl::event submit_minmax_usm(sycl::queue& queue,
     const std::uint64_t group_size =
         queue.get_device().template get_info<sycl::info::device::max_work_group_size>();
     const auto n_observations = static_cast<std::uint64_t>(data.n_observations);
+    check_group_size(group_size, n_observations);
     const std::uint64_t n_groups = minmax_groups(n_observations, group_size);
 
     if (n_groups == 1)
@@ -98,6 +100,7 @@ void submit_minmax(sycl::queue& queue,
     const std::uint64_t group_size =
         queue.get_device().template get_info<sycl::info::device::max_work_group_size>();
     const auto n_observations = static_cast<std::uint64_t>(data.n_observations);
+    check_group_size(group_size, n_observations);
     const std::uint64_t n_groups = minmax_groups(n_observations, group_size);
 
     if (n_groups == 1) {

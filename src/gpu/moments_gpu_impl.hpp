@@ -9,6 +9,7 @@
 #include <sycl/sycl.hpp>
 
 #include "gpu/dataset_helper.hpp"
+#include "gpu/range_check.hpp"
 #include "gpu/moments_launch.hpp"
 #include "gpu/sum_tmp_helper.hpp"
 #include "tavrel/qnd/stats.hpp"
@@ -67,6 +68,7 @@ sycl::event plan_basic_usm(sycl::queue& queue,
     const std::uint64_t group_size =
         queue.get_device().get_info<sycl::info::device::max_work_group_size>();
     const auto n_observations = static_cast<std::uint64_t>(data.n_observations);
+    check_group_size(group_size, n_observations);
     const std::uint64_t n_groups = (n_observations + group_size - 1) / group_size;
     const std::uint64_t plane_stride = static_cast<std::uint64_t>(data.n_dims) * n_groups;
     const sum_flags flags = func.flags();

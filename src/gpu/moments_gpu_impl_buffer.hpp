@@ -30,6 +30,7 @@ sycl::event plan_basic(sycl::queue& queue,
     const std::uint64_t group_size =
         queue.get_device().get_info<sycl::info::device::max_work_group_size>();
     const auto n_observations = static_cast<std::uint64_t>(data.n_observations);
+    check_group_size(group_size, n_observations);
     const std::uint64_t n_groups = (n_observations + group_size - 1) / group_size;
     const std::uint64_t plane_stride = static_cast<std::uint64_t>(data.n_dims) * n_groups;
     const sum_flags flags = func.flags();

@@ -29,4 +29,14 @@ inline void check_launch_range(std::uint64_t global_size,
     }
 }
 
+// A tree of work-groups of one item never shrinks and a size of zero divides by zero: a device
+// that offers such groups is refused before anything is allocated or launched.
+inline void check_group_size(std::uint64_t group_size, std::uint64_t n_observations) {
+    if (group_size == 0 || (group_size == 1 && n_observations > 1)) {
+        throw sycl::exception(sycl::make_error_code(sycl::errc::nd_range),
+                              "The device's maximum work-group size is too small to reduce more "
+                              "than one observation.");
+    }
+}
+
 }  // namespace tavrel::qnd::stats::detail::gpu

@@ -214,6 +214,37 @@ TEST(checks_gpu, calls_stopped_before_anything_runs) {
     EXPECT_EQ(host_out[0], -1.0);
 }
 
+// A device of one-item work-groups cannot shrink a tree of partials: both engines refuse it, in
+// either form, before anything is allocated or launched; one observation still needs no tree.
+TEST(checks_gpu, one_item_groups_refused_unless_one_observation) {
+    sycl::queue q(sycl::ext::hostsycl::make_gpu_device(1));
+    usm_array<double> obs(q, {4, 6}), out(q, std::vector<double>{-1, -1});
+    const ptr_data data{1, 2, obs.get()};
+    std::vector<double> host_out{-1.0};
+    const buf_data b_data{1, 2, buf{sycl::range<1>(2)}};
+    buf b_out(host_out.data(), sycl::range<1>(1));
+    const std::string words =
+        "The device's maximum work-group size is too small to reduce more than one observation.";
+    std::size_t device_mallocs = 0;
+    sycl::ext::hostsycl::set_usm_observer([&](sycl::ext::hostsycl::usm_op op, void*, std::size_t) {
+        device_mallocs += op == sycl::ext::hostsycl::usm_op::malloc_device;
+    });
+    expect_refusals({
+        {[&] { st::mean<1, double>(q, data, out.get()); }, words},
+        {[&] { st::kurtosis<1, double>(q, data, out.get()); }, words},
+        {[&] { st::min_max<1, double>(q, data, out.get(), out.get() + 1); }, words},
+        {[&] { st::mean<1, double>(q, b_data, b_out); }, words},
+        {[&] { st::max<1, double>(q, b_data, b_out); }, words},
+    });
+    sycl::ext::hostsycl::set_usm_observer({});
+    EXPECT_EQ(device_mallocs, 0u);
+    EXPECT_EQ(out.to_vector(), std::vector<double>(2, -1.0));
+    st::mean<1, double>(q, ptr_data(1, 1, obs.get()), out.get()).wait();
+    EXPECT_EQ(out.to_vector(), (std::vector<double>{4, -1}));
+    b_out = buf{sycl::range<1>(0)};  // writes back
+    EXPECT_EQ(host_out[0], -1.0);
+}
+
 // The range test itself, in its order: sizes, then offset bits, then offset plus size.
 TEST(checks_gpu, range_test_words_and_order) {
     const std::uint64_t limit = std::uint64_t{1} << 31;
