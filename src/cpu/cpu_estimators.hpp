@@ -2,6 +2,7 @@
 // host task that hands the work to the core library.
 #pragma once
 
+#include <algorithm>
 #include <array>
 #include <cstddef>
 #include <cstdint>
@@ -22,18 +23,21 @@ constexpr std::int64_t method_given_mean = 256;
 
 // Pointer-form temporaries: one shared array of n_dims elements for each wanted entry, null for
 // the others. If any wanted one fails, those that did not are freed in order of allocation and
-// device_bad_alloc names the family and the queue's device.
+// device_bad_alloc names the family and the queue's device. A call of no dimensions still gets an
+// element each, since an allocation of zero may come back null: the core library then reports
+// the empty task like every other family does.
 template <typename T, std::size_t N>
 std::array<T*, N> allocate_temporaries(sycl::queue& queue,
                                        std::int64_t n_dims,
                                        const std::array<bool, N>& wanted,
                                        const char* family) {
     std::array<T*, N> arrays{};
+    const auto count = static_cast<std::size_t>(std::max<std::int64_t>(n_dims, 1));
     bool failed = false;
     for (std::size_t k = 0; k < N; ++k) {
         if (!wanted[k])
             continue;
-        arrays[k] = sycl::malloc_shared<T>(static_cast<std::size_t>(n_dims), queue);
+        arrays[k] = sycl::malloc_shared<T>(count, queue);
         failed = failed || arrays[k] == nullptr;
     }
     if (failed) {

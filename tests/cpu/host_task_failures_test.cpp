@@ -106,6 +106,12 @@ TEST_F(host_task_failures, a_failing_entry_becomes_computation_error_and_leaves_
              run_mean<double, row_major>(queue, dataset<row_major, double*>(0, 6, x), out, {})
                  .wait();
          }},
+        // Temporaries of no dimension do not stop a family before the core library.
+        {"", 0, "__rtkdSSNewTask __rtkdSSEditMoments __rtkdSSEditTask",
+         [&] {
+             run_kurtosis<double, row_major>(queue, dataset<row_major, double*>(0, 6, x), out, {})
+                 .wait();
+         }},
         {"", 0, "__rtkdSSNewTask __rtkdSSEditTask",
          [&] {
              run_max<double, col_major>(queue, dataset<col_major, double*>(4, 0, x), out, {})
