@@ -31,12 +31,26 @@ struct pool {
     uint64_t generation = 0;
     region current{};
     int32_t remaining = 0;
-    int32_t started = 0;
+    bool stopping = false;
+    std::vector<std::thread> workers;
 
-    void grow(int32_t workers) {
-        while (started < workers) {
-            const int32_t member = ++started;
-            std::thread([this, member] { serve(member); }).detach();
+    // The workers are joined when the library is unloaded or the process ends, so that none
+    // outlives the code and the thread-local state it runs on.
+    ~pool() {
+        {
+            std::lock_guard<std::mutex> lock(m);
+            stopping = true;
+        }
+        wake.notify_all();
+        for (std::thread& worker : workers) {
+            worker.join();
+        }
+    }
+
+    void grow(int32_t wanted) {
+        while (static_cast<int32_t>(workers.size()) < wanted) {
+            const auto member = static_cast<int32_t>(workers.size()) + 1;
+            workers.emplace_back([this, member] { serve(member); });
         }
     }
 
@@ -45,7 +59,10 @@ struct pool {
         uint64_t seen = 0;
         std::unique_lock<std::mutex> lock(m);
         for (;;) {
-            wake.wait(lock, [&] { return generation != seen; });
+            wake.wait(lock, [&] { return generation != seen || stopping; });
+            if (generation == seen) {
+                return;
+            }
             seen = generation;
             if (member >= current.n) {
                 continue;
@@ -86,10 +103,9 @@ struct pool {
     }
 };
 
-// Never destroyed: its threads may still sleep on it while the process ends.
 pool& the_pool() {
-    static pool* p = new pool;
-    return *p;
+    static pool p;
+    return p;
 }
 
 struct for_region {

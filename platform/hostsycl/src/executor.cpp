@@ -100,6 +100,18 @@ struct work_item {
 #ifdef HOSTSYCL_ASAN
     void* fake_stack = nullptr;
 #endif
+
+    work_item() = default;
+    work_item(const work_item&) = delete;
+    work_item& operator=(const work_item&) = delete;
+#ifdef HOSTSYCL_TSAN
+    // The sanitizer counts each fiber as a thread until it is destroyed; a slot's fiber goes
+    // with the slot when its thread ends.
+    ~work_item() {
+        if (tsan_fiber != nullptr)
+            __tsan_destroy_fiber(tsan_fiber);
+    }
+#endif
 };
 
 // What one thread owns to run groups: stacks, work-item slots, the local arena, scratch.
