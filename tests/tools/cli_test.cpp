@@ -16,6 +16,7 @@
 #include "json_reader.hpp"
 #include "readers.hpp"
 #include "stats_job.hpp"
+#include "temp_files.hpp"
 
 namespace qnd_stats {
 namespace {
@@ -30,17 +31,6 @@ std::string slurp(const std::string& path) {
     std::stringstream ss;
     ss << f.rdbuf();
     return ss.str();
-}
-
-// Tests run as parallel processes: each keeps its files apart by its process id.
-std::string temp_path(const std::string& name) {
-    return ::testing::TempDir() + "qnd_stats_" + std::to_string(getpid()) + "_" + name;
-}
-
-std::string write_file(const std::string& name, const std::string& contents) {
-    const std::string path = temp_path(name);
-    std::ofstream(path, std::ios::binary) << contents;
-    return path;
 }
 
 run_result run(const std::string& args) {

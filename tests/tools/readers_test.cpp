@@ -203,6 +203,14 @@ TEST(qnd_stats_npy_reader, refusals_say_what_is_wrong) {
          "dimensions) are supported"},
         {npy("{'descr': '<f8', 'fortran_order': False, 'shape': (4, 2), }", d6),
          "f.npy: shape (4, 2) of float64 needs 64 bytes of data, the file holds 48"},
+        {npy("{'descr': '<f8', 'fortran_order': False, 'shape': (1000000000000000, 1000000), }",
+             d6),
+         "f.npy: shape (1000000000000000, 1000000) is too large (more than 9223372036854775807 "
+         "bytes)"},
+        {npy("{'descr': '<f4', 'fortran_order': False, 'shape': (2305843009213693952,), }", d6),
+         "f.npy: shape (2305843009213693952,) is too large (more than 9223372036854775807 bytes)"},
+        {npy("{'descr': '<f8', 'fortran_order': False, 'shape': (12345678901234567890,), }", d6),
+         "f.npy: shape (12345678901234567890,) is too large (an axis of 12345678901234567890)"},
         {npy("{'descr': '<f8', 'fortran_order': False, 'shape': (0, 2), }", ""),
          "f.npy: no observations (shape (0, 2))"},
         {npy("{'descr': '<f8', 'shape': (6,), }", d6),
@@ -241,6 +249,9 @@ TEST(qnd_stats_raw_reader, shapes_and_refusals) {
          "each)"},
         {[&] { parse_raw("r.bin", d6, false, 2, 4, false); },
          "r.bin: 4 observations of 2 float64 values need 64 bytes, the file holds 48"},
+        {[&] { parse_raw("r.bin", d6, false, 7, 7905747460161236407, false); },
+         "r.bin: --dims 7 x --observations 7905747460161236407 is too large (more than "
+         "9223372036854775807 bytes)"},
         {[&] { parse_raw("r.bin", "", true, 1, 0, false); },
          "r.bin: no observations (the file is empty)"},
     };

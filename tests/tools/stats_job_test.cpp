@@ -7,6 +7,7 @@
 
 #include "readers.hpp"
 #include "stats_job.hpp"
+#include "temp_files.hpp"
 #include "tool_errors.hpp"
 
 namespace qnd_stats {
@@ -58,22 +59,15 @@ TEST(qnd_stats_job, caller_mean_is_one_value_or_one_per_dimension) {
 }
 
 TEST(qnd_stats_job, weights_file_must_match_the_observations) {
-    const std::string dir = ::testing::TempDir();
-    auto write = [&](const char* name, const char* text) {
-        const std::string path = dir + name;
-        std::FILE* f = std::fopen(path.c_str(), "w");
-        std::fputs(text, f);
-        std::fclose(f);
-        return path;
-    };
     tool_options o;
-    o.weights_file = write("w_ok.txt", "weight\n0.5\n1\n2\n");
+    o.weights_file = write_file("w_ok.txt", "weight\n0.5\n1\n2\n");
     EXPECT_EQ(prepare_job(sample(), o).weights, (std::vector<double>{0.5, 1, 2}));
 
     const std::vector<std::pair<std::string, std::string>> cases = {
-        {write("w_short.txt", "1\n2\n"), "w_short.txt: 2 weights for 3 observations"},
-        {write("w_wide.csv", "1,2\n3,4\n5,6\n"), "w_wide.csv: 2 columns; a weights file has one"},
-        {write("w_bad.txt", "1\nheavy\n3\n"),
+        {write_file("w_short.txt", "1\n2\n"), "w_short.txt: 2 weights for 3 observations"},
+        {write_file("w_wide.csv", "1,2\n3,4\n5,6\n"),
+         "w_wide.csv: 2 columns; a weights file has one"},
+        {write_file("w_bad.txt", "1\nheavy\n3\n"),
          "w_bad.txt, line 2, field 1: 'heavy' is not a number"},
     };
     for (const auto& c : cases) {
@@ -84,7 +78,7 @@ TEST(qnd_stats_job, weights_file_must_match_the_observations) {
         } catch (const input_error& e) {
             text = e.what();
         }
-        EXPECT_EQ(text, dir + c.second);
+        EXPECT_EQ(text, temp_path(c.second));
     }
 }
 

@@ -1,5 +1,7 @@
 // Binary data files: NumPy .npy (float32 or float64, one or two axes, C or Fortran order) and raw.
+#include <charconv>
 #include <cstring>
+#include <limits>
 #include <regex>
 
 #include "readers.hpp"
@@ -14,6 +16,23 @@ std::uint64_t little_endian(const std::string& s, std::size_t at, std::size_t by
     for (std::size_t k = 0; k < bytes; ++k)
         v |= static_cast<std::uint64_t>(static_cast<unsigned char>(s[at + k])) << (8 * k);
     return v;
+}
+
+// The bytes of `a` x `b` values of `element` bytes each, as claimed by a header or the command
+// line; a product that does not fit in memory's address range is refused before anything is
+// allocated, so that a wrapped count can never pass as a small file.
+std::size_t claimed_bytes(const std::string& path,
+                          std::uint64_t a,
+                          std::uint64_t b,
+                          std::size_t element,
+                          const std::string& what) {
+    std::uint64_t count = 0;
+    std::uint64_t bytes = 0;
+    if (__builtin_mul_overflow(a, b, &count) || __builtin_mul_overflow(count, element, &bytes) ||
+        bytes > static_cast<std::uint64_t>(std::numeric_limits<std::int64_t>::max()))
+        throw input_error(path + ": " + what + " is too large (more than " +
+                          std::to_string(std::numeric_limits<std::int64_t>::max()) + " bytes)");
+    return static_cast<std::size_t>(bytes);
 }
 
 // The value of one key of the header's Python dict literal, as its text.
@@ -83,8 +102,14 @@ data_matrix parse_npy(const std::string& path, const std::string& contents) {
     std::vector<std::int64_t> shape;
     const std::regex number(R"(\d+)");
     for (std::sregex_iterator it(shape_text.begin(), shape_text.end(), number), end; it != end;
-         ++it)
-        shape.push_back(std::stoll(it->str()));
+         ++it) {
+        const std::string digits = it->str();
+        std::int64_t n = 0;
+        if (std::from_chars(digits.data(), digits.data() + digits.size(), n).ec != std::errc())
+            throw input_error(path + ": shape " + shape_text + " is too large (an axis of " +
+                              digits + ")");
+        shape.push_back(n);
+    }
     if (shape.empty() || shape.size() > 2)
         throw input_error(path + ": shape " + shape_text + " has " + std::to_string(shape.size()) +
                           " axes; one (observations) or two (observations, dimensions) are "
@@ -101,8 +126,10 @@ data_matrix parse_npy(const std::string& path, const std::string& contents) {
         throw input_error(path + ": no dimensions (shape " + shape_text + ")");
 
     const std::size_t element = float32 ? 4 : 8;
-    const std::size_t count = static_cast<std::size_t>(m.n_observations * m.n_dims);
-    const std::size_t needed = count * element;
+    const std::size_t needed =
+        claimed_bytes(path, static_cast<std::uint64_t>(m.n_observations),
+                      static_cast<std::uint64_t>(m.n_dims), element, "shape " + shape_text);
+    const std::size_t count = needed / element;
     const std::size_t held = contents.size() - data_start;
     if (held != needed)
         throw input_error(path + ": shape " + shape_text + " of " +
@@ -123,7 +150,8 @@ data_matrix parse_raw(const std::string& path,
                       bool row_major) {
     const std::size_t element = float32 ? 4 : 8;
     const char* type = float32 ? "float32" : "float64";
-    const std::size_t row_bytes = element * static_cast<std::size_t>(dims);
+    const std::size_t row_bytes =
+        claimed_bytes(path, static_cast<std::uint64_t>(dims), 1, element, "--dims");
     if (observations == 0) {
         if (contents.size() % row_bytes != 0)
             throw input_error(path + ": " + std::to_string(contents.size()) +
@@ -133,17 +161,22 @@ data_matrix parse_raw(const std::string& path,
         observations = static_cast<std::int64_t>(contents.size() / row_bytes);
         if (observations == 0)
             throw input_error(path + ": no observations (the file is empty)");
-    } else if (contents.size() != row_bytes * static_cast<std::size_t>(observations)) {
-        throw input_error(path + ": " + std::to_string(observations) + " observations of " +
-                          std::to_string(dims) + " " + type + " values need " +
-                          std::to_string(row_bytes * static_cast<std::size_t>(observations)) +
-                          " bytes, the file holds " + std::to_string(contents.size()));
+    } else {
+        const std::size_t needed = claimed_bytes(
+            path, static_cast<std::uint64_t>(dims), static_cast<std::uint64_t>(observations),
+            element,
+            "--dims " + std::to_string(dims) + " x --observations " + std::to_string(observations));
+        if (contents.size() != needed)
+            throw input_error(path + ": " + std::to_string(observations) + " observations of " +
+                              std::to_string(dims) + " " + type + " values need " +
+                              std::to_string(needed) + " bytes, the file holds " +
+                              std::to_string(contents.size()));
     }
     data_matrix m;
     m.n_dims = dims;
     m.n_observations = observations;
     m.row_major = row_major;
-    const std::size_t count = static_cast<std::size_t>(dims * observations);
+    const std::size_t count = contents.size() / element;
     if (float32)
         copy_values<float>(contents.data(), count, false, m.values);
     else
