@@ -34,6 +34,9 @@ constexpr const char* quoted_entry_names[interop_entry_count] = {
 
 entry_table<interop_entry_count> table{entry_names, {}, 0, 0, -1};
 
+// Devices are asked for by the runtime's device-type number 2, not by a SYCL name: the driver
+// runtime numbers its device types that way, whatever enumerator the SYCL runtime gives that
+// number (on this runtime, info::device_type::gpu).
 constexpr sycl::info::device_type driver_device_type = static_cast<sycl::info::device_type>(2);
 
 template <typename Fn>

@@ -23,7 +23,9 @@ enum qnd_gpu_backend_t : std::int32_t {
 // (`backend` 1) the key is the pair (native_context, native_device) and a new context lists the
 // one device `*device`, which must then be valid; otherwise the key is (native_context,
 // native_device) as well, and neither device argument is used to make the context. The result
-// belongs to the library: the caller neither frees nor destroys it. SYCL errors pass through.
+// belongs to the library: the caller neither frees nor destroys it. SYCL errors pass through;
+// one thrown while a context is made leaves the context cache locked, so that every later call
+// needing it waits for ever: after such an error, call none of these functions again.
 TAVREL_QND_EXPORT sycl::context* lookup_and_cache_zarth_context(void* native_context,
                                                                 void* native_device,
                                                                 qnd_gpu_backend_t backend,

@@ -11,6 +11,8 @@
    The lp64 forms read 32-bit integers (n_dims, n_observations, storage, `method` and the entries
    of the dimension mask), the ilp64 forms and the Fortran forms without suffix 64-bit ones. The
    Fortran forms take the task, the mask and the method by reference, the interop by value.
+   A 32-bit dimension mask is read 64 bits at a time: pad an odd count of entries to an even one
+   and align the array to 8 bytes.
 
    Result: 0, or the status of the last group of estimates that ran; -3 for a storage format
    other than row-major (65536) or column-major (131072); -2 when the interop runtime cannot be
