@@ -1,0 +1,150 @@
+// Many threads through shared queues: 16 threads make 1,000 estimator calls each, drawn from
+// every family, both forms, both layouts, with and without weights and a mask, on one CPU queue
+// and two emulated-GPU queues that all threads share. Every result must equal, bit for bit, what
+// the same call gave when made alone before the threads started.
+#include <cstdint>
+#include <cstring>
+#include <random>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include <gtest/gtest.h>
+#include <sycl/sycl.hpp>
+
+#include "support/data.hpp"
+#include "support/devices.hpp"
+#include "support/extremes_data.hpp"
+#include "support/moment_families.hpp"
+#include "support/usm_array.hpp"
+
+namespace {
+
+namespace st = tavrel::qnd::stats;
+using namespace qnd_test;
+
+constexpr std::int64_t n_dims = 3, n_observations = 37;
+
+struct call_kind {
+    int queue;   // index into the shared queues
+    int family;  // the moment families, then min, max and min_max
+    bool buffer_form, row_major, weighted, masked;
+};
+
+template <st::layout L>
+std::vector<double> run_moment(sycl::queue& q,
+                               moment_family family,
+                               bool buffer_form,
+                               const host_data<double>& h) {
+    std::vector<double> out(4 * n_dims, -7.0);
+    if (buffer_form) {
+        {
+            sycl::buffer<double, 1> obs(h.observations.data(),
+                                        sycl::range<1>(h.observations.size()));
+            sycl::buffer<double, 1> w(h.weights.data(), sycl::range<1>(h.weights.size()));
+            sycl::buffer<std::int64_t, 1> idx(h.indices.data(), sycl::range<1>(h.indices.size()));
+            std::array<sycl::buffer<double, 1>, 4> o{
+                sycl::buffer<double, 1>(out.data(), sycl::range<1>(n_dims)),
+                sycl::buffer<double, 1>(out.data() + n_dims, sycl::range<1>(n_dims)),
+                sycl::buffer<double, 1>(out.data() + 2 * n_dims, sycl::range<1>(n_dims)),
+                sycl::buffer<double, 1>(out.data() + 3 * n_dims, sycl::range<1>(n_dims))};
+            const st::dataset<L, sycl::buffer<double, 1>> data(n_dims, n_observations, obs, w, idx);
+            call_buffer_form<1, double, L>(family, q, nullptr, data, o);
+        }
+        return out;
+    }
+    usm_array<double> obs(q, h.observations), w(q, h.weights), o(q, out);
+    usm_array<std::int64_t> idx(q, h.indices);
+    const st::dataset<L, double*> data(n_dims, n_observations, obs.get(),
+                                       h.weights.empty() ? nullptr : w.get(),
+                                       h.indices.empty() ? nullptr : idx.get());
+    call_moment_family<1, double, L>(
+        family, q, nullptr, data,
+        {o.get(), o.get() + n_dims, o.get() + 2 * n_dims, o.get() + 3 * n_dims})
+        .wait();
+    return o.to_vector();
+}
+
+struct stress : ::testing::Test {
+    std::vector<sycl::queue> queues{sycl::queue(cpu_device()), sycl::queue(sycl::gpu_selector_v),
+                                    sycl::queue(sycl::ext::hostsycl::make_gpu_device(4))};
+    std::vector<host_data<double>> data;  // by row_major, weighted, masked
+    std::vector<call_kind> kinds;
+
+    stress() {
+        for (int k = 0; k < 8; ++k) {
+            host_data<double> h =
+                skewed_data<double>(n_dims, n_observations, k & 4 ? st::row_major : st::col_major);
+            if (k & 2)
+                h.weights = random_weights<double>(n_observations);
+            if (k & 1)
+                h.indices = {1, 0, 1};
+            data.push_back(h);
+        }
+        const int families = static_cast<int>(moment_families().size()) + 3;
+        for (int q = 0; q < 3; ++q)
+            for (int f = 0; f < families; ++f)
+                for (int k = 0; k < 16; ++k)
+                    kinds.push_back({q, f, (k & 8) != 0, (k & 4) != 0, (k & 2) != 0, (k & 1) != 0});
+    }
+
+    std::vector<double> run(const call_kind& c) {
+        sycl::queue& q = queues[c.queue];
+        const host_data<double>& h = data[(c.row_major ? 4 : 0) + (c.weighted ? 2 : 0) + c.masked];
+        const int n_moments = static_cast<int>(moment_families().size());
+        if (c.family >= n_moments) {
+            const auto e = static_cast<extreme>(c.family - n_moments);
+            const auto pairs =
+                c.row_major ? run_extreme<double, st::row_major>(q, e, c.buffer_form, h, -7.0)
+                            : run_extreme<double, st::col_major>(q, e, c.buffer_form, h, -7.0);
+            std::vector<double> out;
+            for (const auto& [lo, hi] : pairs)
+                out.insert(out.end(), {lo, hi});
+            return out;
+        }
+        const moment_family f = moment_families()[c.family].family;
+        return c.row_major ? run_moment<st::row_major>(q, f, c.buffer_form, h)
+                           : run_moment<st::col_major>(q, f, c.buffer_form, h);
+    }
+};
+
+TEST_F(stress, sixteen_threads_on_shared_queues_give_the_results_of_calls_made_alone) {
+    std::vector<std::vector<double>> alone;
+    for (const call_kind& c : kinds) {
+        alone.push_back(run(c));
+        EXPECT_NE(alone.back(), std::vector<double>(alone.back().size(), -7.0))
+            << "computed nothing";
+    }
+
+    constexpr int n_threads = 16, calls_per_thread = 1000;
+    std::vector<int> mismatches(n_threads, 0), first_bad(n_threads, -1);
+    std::vector<std::thread> threads;
+    for (int t = 0; t < n_threads; ++t) {
+        threads.emplace_back([&, t] {
+            std::mt19937 pick(static_cast<unsigned>(t) + 1);
+            std::uniform_int_distribution<std::size_t> any(0, kinds.size() - 1);
+            for (int k = 0; k < calls_per_thread; ++k) {
+                const std::size_t i = any(pick);
+                const std::vector<double> got = run(kinds[i]);
+                if (got.size() != alone[i].size() ||
+                    std::memcmp(got.data(), alone[i].data(), got.size() * sizeof(double)) != 0) {
+                    ++mismatches[t];
+                    first_bad[t] = static_cast<int>(i);
+                }
+            }
+        });
+    }
+    for (std::thread& t : threads)
+        t.join();
+    for (int t = 0; t < n_threads; ++t) {
+        if (first_bad[t] < 0)
+            continue;
+        const call_kind& c = kinds[first_bad[t]];
+        ADD_FAILURE() << "thread " << t << ": " << mismatches[t] << " results differ, e.g. queue "
+                      << c.queue << " family " << c.family << (c.buffer_form ? " buffer" : " usm")
+                      << (c.row_major ? " row" : " col") << (c.weighted ? " weighted" : "")
+                      << (c.masked ? " masked" : "");
+    }
+}
+
+}  // namespace
