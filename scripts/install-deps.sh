@@ -7,6 +7,7 @@ packages=(
     libgtest-dev libgmock-dev libbenchmark-dev
     libboost-context-dev libboost-fiber-dev
     ocl-icd-libopencl1 ocl-icd-opencl-dev
+    clang libclang-rt-14-dev
 )
 
 missing=()

@@ -2,6 +2,7 @@
 #include "service/cache.hpp"
 
 #include <memory>
+#include <utility>
 
 #include "service/interop_loader.hpp"
 #include "tavrel/qnd/gpu.hpp"
@@ -38,6 +39,13 @@ sycl::queue make_driver_queue(void* native_queue, const sycl::context& context, 
 
 namespace {
 
+// The heap object that the first caller of a key gets and keeps: the library never frees it.
+// Made here alone, so that a leak checker can be told of exactly these objects.
+template <typename Value>
+std::unique_ptr<Value> first_caller_object(Value&& made) {
+    return std::make_unique<Value>(std::move(made));
+}
+
 // The cached value of `key` under a read lock, or null. The address stays good after the
 // release: nodes never move.
 template <typename Value, typename Key>
@@ -64,7 +72,7 @@ Value* find_or_make(pointer_hash_map<Key, Value>& map,
         write_unlock(word);
         return found;
     }
-    auto made = std::make_unique<Value>(make());
+    auto made = first_caller_object(make());
     map.find_or_insert(key) = *made;
     write_unlock(word);
     return made.release();
@@ -160,7 +168,7 @@ sycl::queue* lookup_and_cache_zarth_queue_and_context(void* interop) {
         write_unlock(queue_cache_word);
         return found;
     }
-    auto made = std::make_unique<sycl::queue>(
+    auto made = first_caller_object(
         driver ? make_driver_queue(queue_handle, context, interop)
                : make_opencl_queue(queue_handle, context, sycl::async_handler{}));
     queues.find_or_insert(queue_key_) = *made;
