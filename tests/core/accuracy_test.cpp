@@ -155,11 +155,20 @@ TEST_P(AgainstReference, EveryEstimate) {
 
 INSTANTIATE_TEST_SUITE_P(Core, AgainstReference, testing::Bool());
 
-// The shape of `rows` (dims x n, row-major) in both layouts and on every vector path.
+// The shape of `rows` (dims x n, row-major) within `tolerance` of the reference, relative to the
+// larger of the reference and `floor`, and the mean alone, which takes a walk of its own: in both
+// layouts, on every vector path, with the data starting at each of the first `starts` elements
+// of a buffer.
 template <class T>
-void check_offset_data(const std::vector<T>& rows, int64_t dims, int64_t n, int64_t method) {
-    const std::vector<reference> want = references(rows, dims, n);
+void check_shape(const std::vector<T>& rows,
+                 int64_t dims,
+                 int64_t method,
+                 int64_t starts = 1,
+                 double floor = 0) {
+    const int64_t n = rows.size() / dims;
+    const refs want = references(rows, dims, n);
     const std::vector<T> cols = transpose(rows, dims, n);
+    std::vector<T> buffer(rows.size() + starts);
     const layer pool("libqnd_pool_thread.so.2");
     run_options o;
     o.method = method;
@@ -167,10 +176,18 @@ void check_offset_data(const std::vector<T>& rows, int64_t dims, int64_t n, int6
     for (const char* isa : isa_names) {
         scoped_env env("QND_CORE_ISA", isa);
         for (int64_t storage : {QND_SS_ROW_MAJOR, QND_SS_COL_MAJOR}) {
-            SCOPED_TRACE(testing::Message() << isa << ", storage " << storage);
-            o.storage = storage;
-            const T* x = storage == QND_SS_ROW_MAJOR ? rows.data() : cols.data();
-            expect_near(compute(x, dims, n, o), want, shape_words, offset_data_tolerance);
+            for (int64_t start = 0; start < starts; ++start) {
+                SCOPED_TRACE(testing::Message()
+                             << isa << ", storage " << storage << ", start " << start);
+                const std::vector<T>& data = storage == QND_SS_ROW_MAJOR ? rows : cols;
+                std::copy(data.begin(), data.end(), buffer.begin() + start);
+                o.storage = storage;
+                o.estimates = every_estimate;
+                expect_near(compute(buffer.data() + start, dims, n, o), want, shape_words,
+                            offset_data_tolerance, floor);
+                o.estimates = QND_SS_MEAN;
+                expect_near(compute(buffer.data() + start, dims, n, o), want, {11}, 1e-15);
+            }
         }
     }
 }
@@ -181,72 +198,33 @@ TEST(LargeOffset, ShapeOfDataFarFromZero) {
     const std::vector<double> x = offset_normal<double>(10000000, 1e8, 42);
     const std::vector<float> y = offset_normal<float>(1000000, 1e4, 7);
     for (int64_t dims : {1, 4, 16}) {
-        check_offset_data(x, dims, x.size() / dims, QND_SS_METHOD_FAST);
-        check_offset_data(y, dims, y.size() / dims, QND_SS_METHOD_FAST);
+        check_shape(x, dims, QND_SS_METHOD_FAST);
+        check_shape(y, dims, QND_SS_METHOD_FAST);
     }
-    check_offset_data(offset_normal<double>(1000000, 1e8, 3), 2, 500000, QND_SS_METHOD_STREAMING);
+    check_shape(offset_normal<double>(1000000, 1e8, 3), 2, QND_SS_METHOD_STREAMING);
 }
 
 // Data that drift (quadratically, so that they are skewed) by many standard deviations along the
 // observations: a fixed shift from the first observation would lose the variance, the blockwise
-// centres must not, in either layout and with either method.
+// centres must not, with either method.
 TEST(MergeStability, DriftingData) {
-    const int64_t n = 3000000, dims = 16;
+    const int64_t n = 3000000;
     std::vector<double> x = offset_normal<double>(n, 0, 11);
     for (int64_t i = 0; i < n; ++i)
         x[i] += 1e6 + 1e5 * (static_cast<double>(i) / n) * (static_cast<double>(i) / n);
-    for (int64_t method : {QND_SS_METHOD_FAST, QND_SS_METHOD_STREAMING}) {
-        run_options o;
-        o.method = method;
-        expect_near(compute(x.data(), 1, n, o), references(x, 1, n), shape_words, 1e-10);
-    }
-    const std::vector<double> cols = transpose(x, dims, n / dims);
-    run_options o;
-    o.storage = QND_SS_COL_MAJOR;
-    for (const char* isa : isa_names) {
-        scoped_env env("QND_CORE_ISA", isa);
-        SCOPED_TRACE(isa);
-        expect_near(compute(cols.data(), dims, n / dims, o), references(x, dims, n / dims),
-                    shape_words, 1e-10);
-    }
+    for (int64_t method : {QND_SS_METHOD_FAST, QND_SS_METHOD_STREAMING})
+        check_shape(x, 1, method);
+    check_shape(x, 16, QND_SS_METHOD_FAST);
 }
 
 // The kernels start their vector loads where they are aligned and take the elements before one by
-// one, in both layouts: every start of the data in memory must give the same estimates. Several
-// blocks per dimension, so that blocks summed around an offered centre are among them. Skewness
-// and kurtosis are of scale 1 whatever the data, so their bound is absolute (9000 normal draws
-// have a shape near 0).
-template <class T>
-void check_every_start(double offset) {
-    const int64_t dims = 16, n = 9000;
-    const std::vector<T> rows = offset_normal<T>(dims * n, offset, 13);
-    const std::vector<T> cols = transpose(rows, dims, n);
-    const refs want = references(rows, dims, n);
-    constexpr int64_t starts = 64 / sizeof(T);
-    std::vector<T> buffer(dims * n + starts);
-    for (const char* isa : isa_names) {
-        scoped_env env("QND_CORE_ISA", isa);
-        for (int64_t storage : {QND_SS_ROW_MAJOR, QND_SS_COL_MAJOR}) {
-            for (int64_t start = 0; start < starts; ++start) {
-                SCOPED_TRACE(testing::Message()
-                             << isa << ", storage " << storage << ", start " << start);
-                const std::vector<T>& data = storage == QND_SS_ROW_MAJOR ? rows : cols;
-                std::copy(data.begin(), data.end(), buffer.begin() + start);
-                run_options o;
-                o.storage = storage;
-                expect_near(compute(buffer.data() + start, dims, n, o), want, shape_words,
-                            offset_data_tolerance, 1);
-                // The mean alone takes a walk of its own.
-                o.estimates = QND_SS_MEAN;
-                expect_near(compute(buffer.data() + start, dims, n, o), want, {11}, 1e-15);
-            }
-        }
-    }
-}
-
+// one: every start of the data in a cache line must give the same estimates. Several blocks per
+// dimension, so that blocks summed around an offered centre are among them. Skewness and
+// kurtosis are of scale 1 whatever the data, so their bound is absolute (9000 normal draws have a
+// shape near 0).
 TEST(Alignment, EveryStartOfTheDataGivesTheSameEstimates) {
-    check_every_start<double>(1e6);
-    check_every_start<float>(1e3);
+    check_shape(offset_normal<double>(16 * 9000, 1e6, 13), 16, QND_SS_METHOD_FAST, 8, 1);
+    check_shape(offset_normal<float>(16 * 9000, 1e3, 13), 16, QND_SS_METHOD_FAST, 16, 1);
 }
 
 // Through each layer's table, whatever its number of threads, the estimates are those of the
