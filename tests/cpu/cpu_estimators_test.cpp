@@ -192,8 +192,8 @@ void adapters::check(const row& r, bool buffer_form) {
     EXPECT_EQ(computed.estimates, r.mask);
     EXPECT_EQ(computed.method, r.method);
     char holder[30] = {};
-    std::istringstream spec(r.words);
-    for (std::string w; spec >> w;)
+    std::istringstream listed(r.words);
+    for (std::string w; listed >> w;)
         holder[std::stoi(w)] = w.back();
     std::set<const void*> temporaries;
     std::vector<std::vector<double>> want(5, std::vector<double>(n_dims, -1.0));
