@@ -1,7 +1,7 @@
 // Every estimate of the basic and minmax routines against long double references: over element
 // types, layouts, weights, masks of dimensions, integer widths and methods on every vector path;
 // on data far from zero; on drifting data; at every start of the data within a cache line; and
-// whatever the number of threads.
+// whatever the threading layer and its number of threads.
 #include <algorithm>
 #include <initializer_list>
 #include <limits>
@@ -12,10 +12,12 @@ using namespace core_test;
 
 namespace {
 
+using refs = std::vector<reference>;
+using word_list = std::initializer_list<int>;
 constexpr double untouched = -777.0;
 constexpr uint64_t every_estimate = QND_SS_BASIC_ESTIMATES | QND_SS_MIN | QND_SS_MAX;
 // The standardised shape of offset data: variance, skewness and kurtosis (record words 15, 26, 25).
-constexpr std::initializer_list<int> shape_words = {11, 15, 25, 26};
+constexpr word_list shape_words = {11, 15, 25, 26};
 // Bound on the relative error of the shape on offset data.
 constexpr double offset_data_tolerance = 1e-10;
 
@@ -63,10 +65,7 @@ outputs compute(const T* x, int64_t dims, int64_t n, const run_options& o) {
 
 // The references of the dimensions of `rows` (dims x n, row-major).
 template <class T>
-std::vector<reference> references(const std::vector<T>& rows,
-                                  int64_t dims,
-                                  int64_t n,
-                                  const T* w = nullptr) {
+auto references(const std::vector<T>& rows, int64_t dims, int64_t n, const T* w = nullptr) {
     std::vector<reference> want;
     for (int64_t d = 0; d < dims; ++d)
         want.push_back(reference_of<T>(rows.data() + d * n, w, n));
@@ -75,11 +74,8 @@ std::vector<reference> references(const std::vector<T>& rows,
 
 // `words` of every dimension within `tolerance` of the reference, relative to the larger of the
 // reference and `floor`; a dimension without reference (w = 0) is left untouched in every word.
-void expect_near(const outputs& got,
-                 const std::vector<reference>& want,
-                 std::initializer_list<int> words,
-                 double tolerance,
-                 double floor = 0) {
+void expect_near(
+    const outputs& got, const refs& want, word_list words, double tolerance, double floor = 0) {
     for (size_t d = 0; d < want.size(); ++d) {
         for (int word = 11; word < 30; ++word) {
             SCOPED_TRACE(testing::Message() << "dimension " << d << ", record word " << word);
@@ -91,22 +87,13 @@ void expect_near(const outputs& got,
     }
 }
 
-const std::initializer_list<int> every_word = {11, 12, 13, 14, 15, 16, 17, 18, 19, 20,
-                                               21, 22, 23, 24, 25, 26, 27, 28, 29};
-
-struct reference_case {
-    bool float_data;
-    int64_t storage;
-    bool weighted;  // weights with zeros among them, on NaN observations; and a mask of dimensions
-    int64_t method;
-};
-
-class AgainstReference : public testing::TestWithParam<reference_case> {};
+const word_list every_word = {11, 12, 13, 14, 15, 16, 17, 18, 19, 20,
+                              21, 22, 23, 24, 25, 26, 27, 28, 29};
 
 // Skewed data (an exponential draw plus an offset), so that no estimate is near zero and
 // relative errors mean something.
 template <class T>
-void run_reference_case(const reference_case& c, int64_t dims) {
+void run_reference_case(int64_t dims, int64_t storage, bool weighted, int64_t method) {
     const int64_t n = 20011;
     std::mt19937_64 gen(99);
     std::exponential_distribution<double> e(1.0);
@@ -117,133 +104,75 @@ void run_reference_case(const reference_case& c, int64_t dims) {
         rows[i] = static_cast<T>(((i / n) % 2 ? -1 : 1) * (10 * (i / n) + 3 + e(gen)));
     for (int64_t i = 0; i < n; ++i) {
         w[i] = i % 7 == 0 ? T(0) : static_cast<T>(u(gen));
-        if (c.weighted && i % 7 == 0)
+        if (weighted && i % 7 == 0)
             rows[(i % dims) * n + i] = std::numeric_limits<T>::quiet_NaN();
     }
     // Masked runs read 32-bit integers, the others 64-bit ones.
     std::vector<int32_t> mask(dims);
     for (int64_t d = 0; d < dims; ++d)
         mask[d] = d % 5 == 1 || d % 5 == 4 ? 0 : 1 + d % 3;
-    const std::vector<T> data = c.storage == QND_SS_ROW_MAJOR ? rows : transpose(rows, dims, n);
+    const std::vector<T> data = storage == QND_SS_ROW_MAJOR ? rows : transpose(rows, dims, n);
     run_options o;
-    o.storage = c.storage;
-    o.method = c.method;
+    o.storage = storage;
+    o.method = method;
     const layer pool("libqnd_pool_thread.so.2");
     o.table = pool.rows;
-    o.weights = c.weighted ? w.data() : nullptr;
-    o.indices = c.weighted ? mask.data() : nullptr;
-    o.wide = !c.weighted;
-    std::vector<reference> want = references(rows, dims, n, c.weighted ? w.data() : nullptr);
+    o.weights = weighted ? w.data() : nullptr;
+    o.indices = weighted ? mask.data() : nullptr;
+    o.wide = !weighted;
+    refs want = references(rows, dims, n, weighted ? w.data() : nullptr);
     for (int64_t d = 0; d < dims; ++d)
-        if (c.weighted && mask[d] == 0)
+        if (weighted && mask[d] == 0)
             want[d] = reference{};
-    expect_near(compute(data.data(), dims, n, o), want, every_word, c.float_data ? 2e-6 : 1e-12);
+    expect_near(compute(data.data(), dims, n, o), want, every_word, sizeof(T) == 4 ? 2e-6 : 1e-12);
 }
 
-// Dimension counts that take every kernel shape: fewer than the lanes, a few full vectors per
-// row, and a count that fits no vector, on every vector path.
-TEST_P(AgainstReference, EveryEstimate) {
+// Dimension counts that take every kernel shape (fewer than the lanes, a few full vectors per row,
+// and a count that fits no vector) on every vector path, in both layouts, unweighted and with
+// weights (zeros among them, on NaN observations) and a mask of dimensions, by both methods.
+template <class T>
+void check_every_estimate() {
     for (const char* isa : isa_names) {
         scoped_env env("QND_CORE_ISA", isa);
-        for (int64_t dims : {2, 5, 16}) {
-            SCOPED_TRACE(testing::Message() << isa << ", " << dims << " dimensions");
-            if (GetParam().float_data)
-                run_reference_case<float>(GetParam(), dims);
-            else
-                run_reference_case<double>(GetParam(), dims);
-        }
+        for (int64_t dims : {2, 5, 16})
+            for (int64_t storage : {QND_SS_ROW_MAJOR, QND_SS_COL_MAJOR})
+                for (int weighted = 0; weighted < 2; ++weighted)
+                    for (int64_t method : {QND_SS_METHOD_FAST, QND_SS_METHOD_STREAMING}) {
+                        SCOPED_TRACE(testing::Message()
+                                     << isa << ", " << dims << " dimensions, storage " << storage
+                                     << ", weighted " << weighted << ", method " << method);
+                        run_reference_case<T>(dims, storage, weighted, method);
+                    }
     }
 }
 
-std::vector<reference_case> reference_cases() {
-    std::vector<reference_case> cases;
-    for (bool fl : {false, true})
-        for (int64_t storage : {QND_SS_ROW_MAJOR, QND_SS_COL_MAJOR})
-            for (bool weighted : {false, true})
-                for (int64_t method : {QND_SS_METHOD_FAST, QND_SS_METHOD_STREAMING})
-                    cases.push_back({fl, storage, weighted, method});
-    return cases;
+// Floats (true) and doubles.
+class AgainstReference : public testing::TestWithParam<bool> {};
+
+TEST_P(AgainstReference, EveryEstimate) {
+    GetParam() ? check_every_estimate<float>() : check_every_estimate<double>();
 }
 
-INSTANTIATE_TEST_SUITE_P(Core, AgainstReference, testing::ValuesIn(reference_cases()));
+INSTANTIATE_TEST_SUITE_P(Core, AgainstReference, testing::Bool());
 
-// The shape of `rows` (dims x n, row-major) in both layouts and on every vector path.
+// The shape of `rows` (dims x n, row-major) within `tolerance` of the reference, relative to the
+// larger of the reference and `floor`, and the mean alone, which takes a walk of its own: in both
+// layouts, on every vector path, with the data starting at each of the first `starts` elements
+// of a buffer.
 template <class T>
-void check_offset_data(const std::vector<T>& rows, int64_t dims, int64_t n, int64_t method) {
-    const std::vector<reference> want = references(rows, dims, n);
+void check_shape(const std::vector<T>& rows,
+                 int64_t dims,
+                 int64_t method,
+                 int64_t starts = 1,
+                 double floor = 0) {
+    const int64_t n = rows.size() / dims;
+    const refs want = references(rows, dims, n);
     const std::vector<T> cols = transpose(rows, dims, n);
+    std::vector<T> buffer(rows.size() + starts);
     const layer pool("libqnd_pool_thread.so.2");
     run_options o;
     o.method = method;
     o.table = pool.rows;
-    for (const char* isa : isa_names) {
-        scoped_env env("QND_CORE_ISA", isa);
-        for (int64_t storage : {QND_SS_ROW_MAJOR, QND_SS_COL_MAJOR}) {
-            SCOPED_TRACE(testing::Message() << isa << ", storage " << storage);
-            o.storage = storage;
-            const T* x = storage == QND_SS_ROW_MAJOR ? rows.data() : cols.data();
-            expect_near(compute(x, dims, n, o), want, shape_words, offset_data_tolerance);
-        }
-    }
-}
-
-// One dimension, and the same numbers as four and as sixteen dimensions.
-TEST(LargeOffset, TenMillionDoublesNearOneE8) {
-    const int64_t n = 10000000;
-    const std::vector<double> x = offset_normal<double>(n, 1e8, 42);
-    for (int64_t dims : {1, 4, 16})
-        check_offset_data(x, dims, n / dims, QND_SS_METHOD_FAST);
-}
-
-TEST(LargeOffset, OneMillionFloatsNearOneE4) {
-    const int64_t n = 1000000;
-    const std::vector<float> x = offset_normal<float>(n, 1e4, 7);
-    for (int64_t dims : {1, 4, 16})
-        check_offset_data(x, dims, n / dims, QND_SS_METHOD_FAST);
-}
-
-TEST(LargeOffset, StreamingMethodHoldsTheSameBound) {
-    const int64_t n = 1000000;
-    check_offset_data(offset_normal<double>(n, 1e8, 3), 2, n / 2, QND_SS_METHOD_STREAMING);
-}
-
-// Data that drift (quadratically, so that they are skewed) by many standard deviations along the
-// observations: a fixed shift from the first observation would lose the variance, the blockwise
-// centres must not, in either layout and with either method.
-TEST(MergeStability, DriftingData) {
-    const int64_t n = 3000000, dims = 16;
-    std::vector<double> x = offset_normal<double>(n, 0, 11);
-    for (int64_t i = 0; i < n; ++i)
-        x[i] += 1e6 + 1e5 * (static_cast<double>(i) / n) * (static_cast<double>(i) / n);
-    for (int64_t method : {QND_SS_METHOD_FAST, QND_SS_METHOD_STREAMING}) {
-        run_options o;
-        o.method = method;
-        expect_near(compute(x.data(), 1, n, o), references(x, 1, n), shape_words, 1e-10);
-    }
-    const std::vector<double> cols = transpose(x, dims, n / dims);
-    run_options o;
-    o.storage = QND_SS_COL_MAJOR;
-    for (const char* isa : isa_names) {
-        scoped_env env("QND_CORE_ISA", isa);
-        SCOPED_TRACE(isa);
-        expect_near(compute(cols.data(), dims, n / dims, o), references(x, dims, n / dims),
-                    shape_words, 1e-10);
-    }
-}
-
-// The kernels start their vector loads where they are aligned and take the elements before one by
-// one, in both layouts: every start of the data in memory must give the same estimates. Several
-// blocks per dimension, so that blocks summed around an offered centre are among them. Skewness
-// and kurtosis are of scale 1 whatever the data, so their bound is absolute (9000 normal draws
-// have a shape near 0).
-template <class T>
-void check_every_start(double offset) {
-    const int64_t dims = 16, n = 9000;
-    const std::vector<T> rows = offset_normal<T>(dims * n, offset, 13);
-    const std::vector<T> cols = transpose(rows, dims, n);
-    const std::vector<reference> want = references(rows, dims, n);
-    constexpr int64_t starts = 64 / sizeof(T);
-    std::vector<T> buffer(dims * n + starts);
     for (const char* isa : isa_names) {
         scoped_env env("QND_CORE_ISA", isa);
         for (int64_t storage : {QND_SS_ROW_MAJOR, QND_SS_COL_MAJOR}) {
@@ -252,11 +181,10 @@ void check_every_start(double offset) {
                              << isa << ", storage " << storage << ", start " << start);
                 const std::vector<T>& data = storage == QND_SS_ROW_MAJOR ? rows : cols;
                 std::copy(data.begin(), data.end(), buffer.begin() + start);
-                run_options o;
                 o.storage = storage;
+                o.estimates = every_estimate;
                 expect_near(compute(buffer.data() + start, dims, n, o), want, shape_words,
-                            offset_data_tolerance, 1);
-                // The mean alone takes a walk of its own.
+                            offset_data_tolerance, floor);
                 o.estimates = QND_SS_MEAN;
                 expect_near(compute(buffer.data() + start, dims, n, o), want, {11}, 1e-15);
             }
@@ -264,33 +192,64 @@ void check_every_start(double offset) {
     }
 }
 
-TEST(Alignment, EveryStartOfTheDataGivesTheSameEstimates) {
-    check_every_start<double>(1e6);
-    check_every_start<float>(1e3);
+// Doubles near 1e8 and floats near 1e4 as one, four and sixteen dimensions; the streaming method
+// holds the same bound.
+TEST(LargeOffset, ShapeOfDataFarFromZero) {
+    const std::vector<double> x = offset_normal<double>(10000000, 1e8, 42);
+    const std::vector<float> y = offset_normal<float>(1000000, 1e4, 7);
+    for (int64_t dims : {1, 4, 16}) {
+        check_shape(x, dims, QND_SS_METHOD_FAST);
+        check_shape(y, dims, QND_SS_METHOD_FAST);
+    }
+    check_shape(offset_normal<double>(1000000, 1e8, 3), 2, QND_SS_METHOD_STREAMING);
 }
 
-TEST(Threads, ResultsDependOnTheNumberOfThreadsOnlyThroughRounding) {
+// Data that drift (quadratically, so that they are skewed) by many standard deviations along the
+// observations: a fixed shift from the first observation would lose the variance, the blockwise
+// centres must not, with either method.
+TEST(MergeStability, DriftingData) {
+    const int64_t n = 3000000;
+    std::vector<double> x = offset_normal<double>(n, 0, 11);
+    for (int64_t i = 0; i < n; ++i)
+        x[i] += 1e6 + 1e5 * (static_cast<double>(i) / n) * (static_cast<double>(i) / n);
+    for (int64_t method : {QND_SS_METHOD_FAST, QND_SS_METHOD_STREAMING})
+        check_shape(x, 1, method);
+    check_shape(x, 16, QND_SS_METHOD_FAST);
+}
+
+// The kernels start their vector loads where they are aligned and take the elements before one by
+// one: every start of the data in a cache line must give the same estimates. Several blocks per
+// dimension, so that blocks summed around an offered centre are among them. Skewness and
+// kurtosis are of scale 1 whatever the data, so their bound is absolute (9000 normal draws have a
+// shape near 0).
+TEST(Alignment, EveryStartOfTheDataGivesTheSameEstimates) {
+    check_shape(offset_normal<double>(16 * 9000, 1e6, 13), 16, QND_SS_METHOD_FAST, 8, 1);
+    check_shape(offset_normal<float>(16 * 9000, 1e3, 13), 16, QND_SS_METHOD_FAST, 16, 1);
+}
+
+// Through each layer's table, whatever its number of threads, the estimates are those of the
+// calling thread alone up to rounding.
+TEST(Threads, ResultsDependOnTheLayerAndNumberOfThreadsOnlyThroughRounding) {
     const int64_t dims = 3, n = 400000;
     const std::vector<double> rows = offset_normal<double>(dims * n, 1e3, 5);
     const std::vector<double> cols = transpose(rows, dims, n);
-    const layer pool("libqnd_pool_thread.so.2");
-    run_options o;
-    o.table = pool.rows;
     for (int64_t storage : {QND_SS_ROW_MAJOR, QND_SS_COL_MAJOR}) {
+        run_options o;
         o.storage = storage;
         const double* x = storage == QND_SS_ROW_MAJOR ? rows.data() : cols.data();
-        outputs one;
-        {
-            scoped_env env("QND_NUM_THREADS", "1");
-            one = compute(x, dims, n, o);
-        }
-        for (const char* threads : {"2", "3", "7", "16"}) {
-            scoped_env env("QND_NUM_THREADS", threads);
-            const outputs many = compute(x, dims, n, o);
-            for (int word = 11; word < 30; ++word)
-                for (int64_t d = 0; d < dims; ++d)
-                    EXPECT_LT(relative_error(many[word][d], one[word][d], 1), 1e-11)
-                        << threads << " threads, storage " << storage << ", word " << word;
+        const outputs alone = compute(x, dims, n, o);
+        for (const char* file : layer_files) {
+            const layer l(file);
+            o.table = l.rows;
+            for (const char* threads : {"1", "2", "3", "7", "16"}) {
+                scoped_env env("QND_NUM_THREADS", threads);
+                const outputs many = compute(x, dims, n, o);
+                for (int word = 11; word < 30; ++word)
+                    for (int64_t d = 0; d < dims; ++d)
+                        EXPECT_LT(relative_error(many[word][d], alone[word][d], 1), 1e-11)
+                            << file << ", " << threads << " threads, storage " << storage
+                            << ", word " << word;
+            }
         }
     }
 }

@@ -20,6 +20,7 @@ namespace core_test {
 // picks the 64-bit ones.
 template <class T>
 struct task_fixture {
+    static constexpr bool single = sizeof(T) == 4;
     int64_t dims64, obs64, storage64;
     int32_t dims32, obs32, storage32;
     qnd_ss_task* task = nullptr;
@@ -40,7 +41,7 @@ struct task_fixture {
         const void* d = wide ? static_cast<const void*>(&dims64) : &dims32;
         const void* o = wide ? static_cast<const void*>(&obs64) : &obs32;
         const void* s = wide ? static_cast<const void*>(&storage64) : &storage32;
-        if constexpr (sizeof(T) == 4)
+        if constexpr (single)
             EXPECT_EQ(__rtksSSNewTask(&task, d, o, s, x, w, indices, wide), QND_SS_OK);
         else
             EXPECT_EQ(__rtkdSSNewTask(&task, d, o, s, x, w, indices, wide), QND_SS_OK);
@@ -49,17 +50,17 @@ struct task_fixture {
     task_fixture(const task_fixture&) = delete;
 
     int32_t edit(int32_t parameter, const void* value) {
-        if constexpr (sizeof(T) == 4)
+        if constexpr (single)
             return __rtksSSEditTask(task, parameter, value);
         return __rtkdSSEditTask(task, parameter, value);
     }
     int32_t basic(uint64_t estimates, int64_t method, const qnd_ss_threader_row* table = nullptr) {
-        if constexpr (sizeof(T) == 4)
+        if constexpr (single)
             return _rtksSSBasic(task, estimates, method, table);
         return _rtkdSSBasic(task, estimates, method, table);
     }
     int32_t minmax(uint64_t estimates, int64_t method, const qnd_ss_threader_row* table = nullptr) {
-        if constexpr (sizeof(T) == 4)
+        if constexpr (single)
             return _rtksSSMinmax(task, estimates, method, table);
         return _rtkdSSMinmax(task, estimates, method, table);
     }
@@ -82,14 +83,14 @@ struct reference {
 // the deviations, where the rounding of a long double mean near 1e8 would not be. Observations
 // of weight 0 are left out.
 template <class T>
-reference reference_of(const T* x, const T* w, int64_t n, int64_t stride = 1) {
+reference reference_of(const T* x, const T* w, int64_t n) {
     reference r;
     long double pivot = 0, sum_dev = 0;
     for (int64_t i = n - 1; i >= 0; --i)
         if (w == nullptr || w[i] > 0)
-            pivot = x[i * stride];
+            pivot = x[i];
     for (int64_t i = 0; i < n; ++i) {
-        const long double wi = w == nullptr ? 1 : w[i], v = x[i * stride];
+        const long double wi = w == nullptr ? 1 : w[i], v = x[i];
         if (wi == 0)
             continue;
         sum_dev += wi * (v - pivot);
@@ -105,7 +106,7 @@ reference reference_of(const T* x, const T* w, int64_t n, int64_t stride = 1) {
     r.mean = pivot + mean_dev;
     for (int64_t i = 0; i < n; ++i) {
         const long double wi = w == nullptr ? 1 : w[i];
-        const long double e = (static_cast<long double>(x[i * stride]) - pivot) - mean_dev;
+        const long double e = (static_cast<long double>(x[i]) - pivot) - mean_dev;
         if (wi != 0) {
             r.c2 += wi * e * e;
             r.c3 += wi * e * e * e;
@@ -150,23 +151,19 @@ struct layer {
 
     explicit layer(const std::string& file) {
         handle = dlopen((QND_TEST_LIB_DIR "/" + file).c_str(), RTLD_NOW | RTLD_LOCAL);
-        if (handle == nullptr) {
+        if (handle == nullptr)
             ADD_FAILURE() << "cannot open " << file << ": " << dlerror();
-            return;
-        }
-        const qnd_ss_threader_row r = {
-            symbol<qnd_threader_for_fn>("qnd_rtk_serv_threader_for"),
-            symbol<qnd_threader_for_ordered_fn>("qnd_rtk_serv_threader_for_ordered"),
-            symbol<qnd_threader_sections_fn>("qnd_rtk_serv_threader_sections"),
-            symbol<qnd_threader_ordered_fn>("qnd_rtk_serv_threader_ordered"),
-            symbol<qnd_threader_get_num_threads_limit_fn>(
-                "qnd_rtk_serv_threader_get_num_threads_limit")};
         for (auto& row : rows)
-            row = r;
+            row = {symbol<qnd_threader_for_fn>("qnd_rtk_serv_threader_for"),
+                   symbol<qnd_threader_for_ordered_fn>("qnd_rtk_serv_threader_for_ordered"),
+                   symbol<qnd_threader_sections_fn>("qnd_rtk_serv_threader_sections"),
+                   symbol<qnd_threader_ordered_fn>("qnd_rtk_serv_threader_ordered"),
+                   symbol<qnd_threader_get_num_threads_limit_fn>(
+                       "qnd_rtk_serv_threader_get_num_threads_limit")};
     }
     template <class F>
     F symbol(const char* name) const {
-        return reinterpret_cast<F>(dlsym(handle, name));
+        return handle == nullptr ? nullptr : reinterpret_cast<F>(dlsym(handle, name));
     }
 };
 
@@ -178,19 +175,10 @@ struct scoped_env {
     std::string name, old;
     bool had;
     scoped_env(const char* n, const char* value) : name(n), had(std::getenv(n) != nullptr) {
-        if (had)
-            old = std::getenv(n);
-        if (value == nullptr)
-            unsetenv(n);
-        else
-            setenv(n, value, 1);
+        old = had ? std::getenv(n) : "";
+        value == nullptr ? unsetenv(n) : setenv(n, value, 1);
     }
-    ~scoped_env() {
-        if (had)
-            setenv(name.c_str(), old.c_str(), 1);
-        else
-            unsetenv(name.c_str());
-    }
+    ~scoped_env() { had ? setenv(name.c_str(), old.c_str(), 1) : unsetenv(name.c_str()); }
 };
 
 // The instruction sets worth forcing in a test; the component never exceeds the processor's.

@@ -1,5 +1,5 @@
-// The threading layers: their threader entries, their services, and the routines run through
-// each layer's table.
+// The threading layers: their threader entries and their services. The routines run through each
+// layer's table in accuracy_test.cpp.
 #include <unistd.h>
 
 #include <fstream>
@@ -130,60 +130,17 @@ TEST_P(Layer, GetenvAndLock) {
     EXPECT_EQ(word, 0);
 }
 
+// The texts of messages 771 and 772, the exit code and the component beside the layer are checked
+// through the CPU path (tests/cpu/loading_test.cpp), for each layer.
 TEST_P(Layer, PrintsTheNumberedMessages) {
     auto print = l.symbol<void (*)(int32_t, int32_t, int32_t, ...)>("qnd_serv_print");
     ASSERT_NE(print, nullptr);
-    const struct {
-        int32_t kind, number;
-        const char* arg;
-        const char* want;
-    } cases[] = {
-        {0, 3, "'omp_get_interop_int'",
-         "qnd error: a runtime library this program needs has no entry 'omp_get_interop_int'\n"},
-        {1, 771, nullptr,
-         "qnd fatal error: the statistics component libqnd_core.so.2 could not be loaded from "
-         "the directory of the threading layer\n"},
-        {1, 772, "__rtksSSEditSums",
-         "qnd fatal error: the statistics component has no entry named __rtksSSEditSums\n"},
-        {0, 99, nullptr, "qnd error: message 99\n"},
-    };
-    for (const auto& c : cases) {
-        testing::internal::CaptureStderr();
-        if (c.arg == nullptr)
-            print(c.kind, c.number, 0);
-        else
-            print(c.kind, c.number, 1, c.arg);
-        EXPECT_EQ(testing::internal::GetCapturedStderr(), c.want);
-    }
-}
-
-TEST_P(Layer, LoadsTheComponentBesideItselfAndExitsWithTheCode) {
-    auto load = l.symbol<void* (*)()>("qnd_serv_load_ktn");
-    auto exit = l.symbol<void (*)(int32_t)>("qnd_serv_exit");
-    ASSERT_TRUE(load && exit);
-    scoped_env env(QND_CORE_LIBRARY_ENV, nullptr);
-    void* core = load();
-    // The same file as the component this test links.
-    EXPECT_EQ(dlsym(core, "__rtkdSSNewTask"), reinterpret_cast<void*>(&__rtkdSSNewTask));
-    EXPECT_EQ(load(), core);
-    EXPECT_EXIT(exit(3), testing::ExitedWithCode(3), "");
-}
-
-TEST_P(Layer, RoutinesThroughTheTableMatchTheCallingThread) {
-    scoped_env env("QND_NUM_THREADS", "2");
-    const int64_t dims = 3, n = 300000;
-    const std::vector<double> x = offset_normal<double>(dims * n, 10, 2);
-    std::vector<double> alone(dims), shared(dims), mn(dims);
-    task_fixture<double> f(dims, n, QND_SS_ROW_MAJOR, x.data());
-    f.edit(QND_SS_ED_KURTOSIS, alone.data());
-    ASSERT_EQ(f.basic(QND_SS_KURTOSIS, 1, nullptr), QND_SS_OK);
-    f.edit(QND_SS_ED_KURTOSIS, shared.data());
-    f.edit(QND_SS_ED_MIN, mn.data());
-    ASSERT_EQ(qnd_ss_compute_d(f.task, QND_SS_KURTOSIS | QND_SS_MIN, 1, l.rows), QND_SS_OK);
-    for (int64_t d = 0; d < dims; ++d) {
-        EXPECT_NEAR(shared[d], alone[d], 1e-12);
-        EXPECT_EQ(mn[d], *std::min_element(x.begin() + d * n, x.begin() + (d + 1) * n));
-    }
+    testing::internal::CaptureStderr();
+    print(0, 3, 1, "'omp_get_interop_int'");
+    print(1, 99, 0);
+    EXPECT_EQ(testing::internal::GetCapturedStderr(),
+              "qnd error: a runtime library this program needs has no entry 'omp_get_interop_int'\n"
+              "qnd fatal error: message 99\n");
 }
 
 INSTANTIATE_TEST_SUITE_P(Core, Layer, testing::ValuesIn(layer_files));

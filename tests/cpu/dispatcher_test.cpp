@@ -1,9 +1,7 @@
 // The compute dispatcher against the recording stand-in of the statistics component: its
-// validation codes in their order, its routing order and the rule of the returned status.
-#include <dlfcn.h>
-
+// validation codes in their order, its routing order and the rule of the returned status. Its
+// threader table is checked in loading_test.cpp, for each layer it may be bound to.
 #include <cstdint>
-#include <functional>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -60,54 +58,48 @@ class dispatcher : public ::testing::TestWithParam<bool> {
 
 // The checks of the task in their order: a refused task reaches no routine.
 TEST_P(dispatcher, checks_the_task_before_any_routine) {
-    const std::function<void(task_record&)> no_observations = [](task_record& r) {
-        r.task.observations = nullptr;
-    };
+    using R = task_record&;
     const struct {
         const char* what;
-        std::function<void(task_record&)> spoil;
+        void (*spoil)(R);
         std::uint64_t estimates;
         std::int32_t status;
         const char* routines;
     } cases[] = {
-        {"no dims_ptr", [](task_record& r) { r.task.dims_ptr = nullptr; }, 1, -4001, ""},
-        {"n_dims 0", [](task_record& r) { r.n_dims = 0; }, 1, -4001, ""},
-        {"n_dims negative", [](task_record& r) { r.n_dims = -5; }, 1, -4001, ""},
-        {"no count", [](task_record& r) { r.task.observations_count_ptr = nullptr; }, 1, -4002, ""},
-        {"n_observations 0", [](task_record& r) { r.n_observations = 0; }, 1, -4002, ""},
-        {"no observations", no_observations, 1, -4032, ""},
-        {"no storage_ptr", [](task_record& r) { r.task.storage_ptr = nullptr; }, 1, -4044, ""},
-        {"storage 0", [](task_record& r) { r.storage = 0; }, 1, -4003, ""},
-        {"storage of both layouts", [](task_record& r) { r.storage = 0x30000; }, 0x400, -4003, ""},
+        {"no dims_ptr", [](R r) { r.task.dims_ptr = nullptr; }, 1, -4001, ""},
+        {"n_dims 0", [](R r) { r.n_dims = 0; }, 1, -4001, ""},
+        {"n_dims negative", [](R r) { r.n_dims = -5; }, 1, -4001, ""},
+        {"no count", [](R r) { r.task.observations_count_ptr = nullptr; }, 1, -4002, ""},
+        {"n_observations 0", [](R r) { r.n_observations = 0; }, 1, -4002, ""},
+        {"no observations", [](R r) { r.task.observations = nullptr; }, 1, -4032, ""},
+        {"no storage_ptr", [](R r) { r.task.storage_ptr = nullptr; }, 1, -4044, ""},
+        {"storage 0", [](R r) { r.storage = 0; }, 1, -4003, ""},
+        {"storage of both layouts", [](R r) { r.storage = 0x30000; }, 0x400, -4003, ""},
         // The order of the checks decides between two faults.
-        {"n_dims before observations",
-         [](task_record& r) { r.n_dims = 0, r.task.observations = nullptr; }, 1, -4001, ""},
+        {"n_dims before observations", [](R r) { r.n_dims = 0, r.task.observations = 0; }, 1, -4001,
+         ""},
         {"n_observations before observations",
-         [](task_record& r) { r.n_observations = -1, r.task.observations = nullptr; }, 1, -4002,
-         ""},
+         [](R r) { r.n_observations = -1, r.task.observations = 0; }, 1, -4002, ""},
         {"observations before storage",
-         [](task_record& r) { r.task.observations = nullptr, r.task.storage_ptr = nullptr; }, 1,
-         -4032, ""},
-        {"storage_ptr before its value",
-         [](task_record& r) { r.task.storage_ptr = nullptr, r.storage = 1; }, 1, -4044, ""},
-        {"empty mask on a bad task", no_observations, 0, -4032, ""},
+         [](R r) { r.task.observations = 0, r.task.storage_ptr = 0; }, 1, -4032, ""},
+        {"storage_ptr before its value", [](R r) { r.task.storage_ptr = 0, r.storage = 1; }, 1,
+         -4044, ""},
+        {"empty mask on a bad task", [](R r) { r.task.observations = 0; }, 0, -4032, ""},
         // Integers are read at the width the task announces: 0 is 32-bit, anything else 64-bit.
-        {"2^32 read at 32 bits",
-         [](task_record& r) { r.task.int_width = 0, r.n_dims = std::int64_t{1} << 32; }, 1, -4001,
+        {"2^32 read at 32 bits", [](R r) { r.task.int_width = 0, r.n_dims = 1ll << 32; }, 1, -4001,
          ""},
-        {"32-bit integers", [](task_record& r) { r.use_narrow(); }, 1, 0, "Basic"},
-        {"2^32 read at width 7",
-         [](task_record& r) { r.task.int_width = 7, r.n_dims = std::int64_t{1} << 32; }, 1, 0,
+        {"32-bit integers", [](R r) { r.use_narrow(); }, 1, 0, "Basic"},
+        {"2^32 read at width 7", [](R r) { r.task.int_width = 7, r.n_dims = 1ll << 32; }, 1, 0,
          "Basic"},
         // The dimension-only estimates still need n_dims, and nothing else.
-        {"dimension-only without n_dims", [](task_record& r) { r.n_dims = 0; }, 0x100000, -4001,
-         ""},
+        {"dimension-only without n_dims", [](R r) { r.n_dims = 0; }, 0x100000, -4001, ""},
         {"dimension-only, no observations",
-         [](task_record& r) { r.n_observations = 0, r.task.storage_ptr = nullptr; }, 0x200000, 0,
+         [](R r) { r.n_observations = 0, r.task.storage_ptr = 0; }, 0x200000, 0,
          "PartialCovariance"},
-        {"dimension-only, no storage", [](task_record& r) { r.task.storage_ptr = nullptr; },
-         0x800000, 0, "CorParametrization"},
-        {"dimension-only with the mean", no_observations, 0x1000001, 0, "Basic StreamQuantiles"},
+        {"dimension-only, no storage", [](R r) { r.task.storage_ptr = 0; }, 0x800000, 0,
+         "CorParametrization"},
+        {"dimension-only with the mean", [](R r) { r.task.observations = 0; }, 0x1000001, 0,
+         "Basic StreamQuantiles"},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.what);
@@ -197,21 +189,5 @@ INSTANTIATE_TEST_SUITE_P(precisions,
                          dispatcher,
                          ::testing::Values(true, false),
                          [](const auto& info) { return info.param ? "float" : "double"; });
-
-TEST(threader_table, holds_six_identical_rows_of_the_layer_entries) {
-    const ss_threader_table* table = threader_table();
-    void* layer = dlopen(CPU_DOUBLES_DIR "libqnd_pool_thread.so.2", RTLD_NOW | RTLD_NOLOAD);
-    ASSERT_NE(layer, nullptr) << "the pool layer is the one loaded when none was in the process";
-    for (const ss_threader_row& row : table->rows) {
-        const threader_entry entries[] = {row.parallel_for, row.for_ordered, row.sections,
-                                          row.ordered, row.get_num_threads_limit};
-        const char* names[] = {"for", "for_ordered", "sections", "ordered",
-                               "get_num_threads_limit"};
-        for (int k = 0; k < 5; ++k)
-            EXPECT_EQ(reinterpret_cast<void*>(entries[k]),
-                      dlsym(layer, (std::string("qnd_rtk_serv_threader_") + names[k]).c_str()));
-    }
-    EXPECT_EQ(threader_table(), table);
-}
 
 }  // namespace
