@@ -1,10 +1,8 @@
-/* The test double of the OpenMP offload runtime, libomptarget.so, whose five interop entries the
-   GPU service binds by name. A test program links the CMake target omptarget_double, so that the
-   library's dlopen finds this very copy, and hands the library objects of the type below as its
-   omp_interop_t. Property p, from -1 to 15, answers at index p + 1 through omp_get_interop_int
-   (`ints`) and through __tgt_get_interop_property and omp_get_interop_ptr (`pointers`): a value
-   and a code, 0 or that of a failed query, which leaves the result untouched. Each query of a
-   property counts itself in its answer. */
+/* The test double of the OpenMP offload runtime, libomptarget.so, linked by test programs so that
+   the library's dlopen finds this very copy. Its objects stand for omp_interop_t: property p, from
+   -1 to 15, answers at index p + 1 through omp_get_interop_int (`ints`) or the two pointer entries
+   (`pointers`) with a value and a code (0, or that of a failed query, which leaves the result
+   untouched), and counts its queries. */
 #ifndef OMPTARGET_DOUBLE_H
 #define OMPTARGET_DOUBLE_H
 
