@@ -1,6 +1,5 @@
-// A statistics task as an offload caller hands it over (host integers of either width behind the
-// count and storage fields, device arrays for the data and for each result field), a call of any
-// of the eight entry points, and the check of its results against long-double references.
+// A statistics task as an offload caller hands it over, a call of any of the eight entry points,
+// and the check of its results against long-double references.
 #pragma once
 
 #include <algorithm>
@@ -11,6 +10,7 @@
 #include <sstream>
 #include <stdexcept>
 #include <string>
+#include <type_traits>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -26,8 +26,7 @@ namespace qnd_test {
 
 namespace st = tavrel::qnd::stats;
 
-// The result fields of a task, in the record's order, and sets of them (a bit per field) by
-// name: set_of("mean raw2").
+// The result fields in the record's order, and sets of them (a bit per field) by name.
 inline const std::vector<std::string> field_names{
     "mean", "raw2", "raw3", "raw4", "cm2",      "cm3",      "cm4",       "rs1", "rs2", "rs3",
     "rs4",  "cs2",  "cs3",  "cs4",  "kurtosis", "skewness", "variation", "min", "max"};
@@ -44,8 +43,8 @@ inline fields set_of(const std::string& names) {
     return set;
 }
 
-// A task over skewed data whose result arrays start as `untouched`. A `wide` (ilp64) task points
-// at 64-bit integers, others at 32-bit ones.
+// A task over skewed data whose result arrays start as `untouched`; the integers behind its count
+// and storage fields are 64-bit in a `wide` (ilp64) task, else 32-bit.
 template <typename T>
 struct offload_task {
     using ss_task = st::detail::cpu::ss_task;
