@@ -2,7 +2,7 @@
    points links and answers -3 for a storage format that is neither layout, before anything else
    is looked at, and -2 for a row-major task, whose runtime cannot be loaded. */
 #include <stdint.h>
-#include <stdio.h>
+#include <stddef.h>
 
 #include "tavrel/qnd/offload.h"
 
@@ -25,8 +25,5 @@ static int failures_of(uint64_t storage, int32_t want) {
 }
 
 int main(void) {
-    const int failures = failures_of(7, -3) + failures_of(0x30000, -3) + failures_of(65536, -2);
-    if (failures != 0)
-        fprintf(stderr, "%d answers of the entry points were wrong\n", failures);
-    return failures == 0 ? 0 : 1;
+    return failures_of(7, -3) + failures_of(0x30000, -3) + failures_of(65536, -2) == 0 ? 0 : 1;
 }

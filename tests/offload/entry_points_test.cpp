@@ -1,6 +1,5 @@
-// The eight offload entry points over the complete offload-runtime double: refusals and the order
-// of the checks, the arrays written against long-double references, the order of the groups and
-// the last one's status, the integer widths, and the catch ladder on the standard error stream.
+// The eight offload entry points over the offload-runtime double: refusals and the order of the
+// checks, the arrays written, the groups' order and last status, widths, and the catch ladder.
 #include <algorithm>
 #include <cstdint>
 #include <iterator>
@@ -24,8 +23,7 @@ using namespace omptarget_double;
 
 constexpr std::uint64_t all_bits = ~std::uint64_t{0};
 
-// A call: its method and estimates, the result fields handed over as null, the status expected
-// and the fields written.
+// A call: method, estimates, the result fields handed over as null, status, the fields written.
 struct request {
     std::int64_t method;
     std::uint64_t estimates;
@@ -85,8 +83,8 @@ const request requests[] = {
     {1, 0x2000001, "rs1", 0, "mean raw2 raw3 raw4"},
     {1, 0x2000001, "mean", -4006, "rs1 rs2 rs3 rs4"},
     {1, 0x1000 | 0x2000 | 0x400000 | 0x100000000ull | 0x8000000000ull, "", 0},
-    {1, ~0ull, "", 0, "mean raw2 raw3 raw4 cm2 cm3 cm4 rs1 rs2 rs3 rs4 cs2 cs3 cs4 kurtosis skewness "
-                      "variation min max"},
+    {1, ~0ull, "", 0, "mean raw2 raw3 raw4 cm2 cm3 cm4 rs1 rs2 rs3 rs4 cs2 cs3 cs4 kurtosis "
+                      "skewness variation min max"},
     {256, 0xe00003f0, "", 0, "cm2 cm3 cm4 cs2 cs3 cs4 kurtosis skewness variation"}};
 // clang-format on
 
@@ -143,23 +141,26 @@ TEST(offload_entry_points, each_request_has_its_status_and_writes_its_arrays) {
 
 // The queue first: runtimes without one leave with -2. Then the data checks, in order, on every
 // runtime, and last the runtime's memory: a runtime number other than 3, 4 and 6 survives only a
-// failed query (its value, with no kind to go by), and ends with -1.
+// failed query (its value, with no kind to go by), and ends with -1. A valid task computes on the
+// driver runtime's queue, also named by the kind alone; its work has ended when the call returns.
 TEST(offload_entry_points, the_queue_comes_first_then_the_data_checks_then_the_memory) {
     sycl::queue gpu{sycl::device(sycl::gpu_selector_v)};
     // n_dims, n_observations, observations present, status.
     const std::tuple<int, int, bool, std::int32_t> cases[] = {
         {0, 0, true, -4002},  {3, 0, true, -4002},  {3, -7, true, -4002}, {0, 1, true, -4001},
-        {-2, 4, true, -4001}, {0, 4, false, -4001}, {3, 4, false, -4032}, {3, 4, true, 0}};
+        {-2, 4, true, -4001}, {0, 4, false, -4001}, {3, 4, false, -4032}, {3, 300, true, 0}};
     const interop_ptr sycl = sycl_interop(&gpu), driver = driver_interop(gpu);
-    const interop_ptr unknown = new_interop(6), none = new_interop(6);
+    const interop_ptr unknown = new_interop(6), none = new_interop(6),
+                      by_kind = driver_interop(gpu);
     int_of(unknown, -1) = {5, -1, 0};
     int_of(none, -1) = {0, -1, 0};
+    int_of(by_kind, -1) = {0, -5, 0};
     for (bool wide : {false, true}) {
         for (const auto& [n_dims, n_observations, observations, status] : cases) {
             SCOPED_TRACE(::testing::Message() << n_dims << " x " << n_observations << " "
                                               << observations << (wide ? " ilp64" : ""));
-            offload_task<double> t(gpu, 3, 4, st::row_major, wide);
-            t.set_counts(n_dims, n_observations, st::row_major);
+            offload_task<double> t(gpu, 3, 300, st::col_major, wide);
+            t.set_counts(n_dims, n_observations, st::col_major);
             if (!observations)
                 t.record.observations = nullptr;
             const auto log = record_launches([&, status = status] {
@@ -174,6 +175,10 @@ TEST(offload_entry_points, the_queue_comes_first_then_the_data_checks_then_the_m
             });
             EXPECT_TRUE(log.empty());
             expect_results(t, 0);
+            if (status == 0) {
+                EXPECT_EQ(t.compute(all_bits, 1, (wide ? by_kind : driver).get()), 0);
+                expect_results(t, all_fields);
+            }
         }
     }
 }
@@ -205,20 +210,6 @@ TEST(offload_entry_points, the_width_in_the_name_decides_how_integers_are_read) 
         EXPECT_EQ(t.compute(0x400, 1, interop.get()), wide ? -4032 : -4001);
         t.record.storage_ptr = &rows;
         EXPECT_EQ(t.compute(0x400, 1, interop.get()), wide ? -3 : -4001);
-    }
-}
-
-// The driver runtime's queue computes too, also when only the kind names that runtime. More
-// observations than the default group size: the work has ended when the call returns.
-TEST(offload_entry_points, the_driver_runtime_s_queue_computes_every_group) {
-    sycl::queue gpu{sycl::device(sycl::gpu_selector_v)};
-    for (bool by_kind : {false, true}) {
-        offload_task<float> t(gpu, 3, 300, st::col_major, true);
-        t.use_mask({1, 1, 0});
-        const interop_ptr interop = driver_interop(gpu);
-        int_of(interop, -1) = {by_kind ? 0 : 6, by_kind ? -5 : 0, 0};
-        EXPECT_EQ(t.compute(all_bits, 1, interop.get()), 0);
-        expect_results(t, all_fields);
     }
 }
 

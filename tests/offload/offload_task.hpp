@@ -82,8 +82,7 @@ struct offload_task {
         }
     }
 
-    // Weights, and the dimension mask `kept` in entries of the task's width (32-bit ones are read
-    // in whole 64-bit words, which the zeros behind them complete).
+    // Weights, and the mask `kept` in entries of the task's width, zeros behind to a whole word.
     void use_mask(const std::vector<std::int64_t>& kept) {
         host.weights = weights.to_vector();
         host.indices = kept;
@@ -119,8 +118,7 @@ struct offload_task {
                            narrow);
     }
 
-    // Stores the caller's means of method 256 in `mean` and returns them: off the data's means,
-    // so that sums around them differ, and representable in T.
+    // Stores caller's means for method 256 in `mean`, off the data's means, and returns them.
     std::vector<long double> set_caller_means() {
         std::vector<long double> centre;
         for (std::int64_t d = 0; d < host.n_dims; ++d) {
@@ -140,10 +138,9 @@ struct offload_task {
     ss_task record{};
 };
 
-// The fields in `written` hold their estimate in the kept dimensions, all others are untouched.
-// Under the caller's mean (`centre`, one per dimension, or empty) `mean` is an input and must
-// still hold it. The extremes ignore weights, and a maximum at or below the smallest positive
-// normal value is stored as that value.
+// The fields in `written` hold their estimate in the kept dimensions, all others are untouched;
+// under the caller's mean (`centre`, or empty) `mean` still holds it. The extremes ignore weights,
+// and a maximum at or below the smallest positive normal value is stored as that value.
 template <typename T>
 void expect_results(const offload_task<T>& t,
                     fields written,

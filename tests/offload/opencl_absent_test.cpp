@@ -1,7 +1,6 @@
-// The entry points on an OpenCL interop in a process whose OpenCL runtime lacks an entry: the
-// queue is a default one and the runtime number stays 3, also when only the kind says OpenCL, so
-// after the data checks the first character of the shared-virtual-memory setting decides between
-// -1 and a computation on the default queue.
+// The entry points on an OpenCL interop whose runtime lacks an entry: the queue is a default one
+// and the runtime number stays 3, also by the kind, so after the data checks the first character
+// of the shared-virtual-memory setting decides between -1 and a computation on that queue.
 #include <cstdint>
 #include <cstdlib>
 

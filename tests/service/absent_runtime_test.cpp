@@ -1,8 +1,6 @@
-// Runtimes that are absent or incomplete: without an offload runtime, and with an OpenCL runtime
-// that lacks clCreateProgramWithIL (the double, found first by LD_LIBRARY_PATH). Nothing is loaded
-// before first use, a failed load fails for good with the entries before the gap bound, a bound
-// wrapper calls through, and each wrapper of a missing entry ends the process with status 2 after
-// the message with its name.
+// Without an offload runtime, and with an OpenCL runtime that lacks clCreateProgramWithIL (the
+// double, found first by LD_LIBRARY_PATH): loads on first use that fail for good, and wrappers of
+// missing entries that end the process with status 2 after the message with their name.
 #include <dlfcn.h>
 
 #include <string>

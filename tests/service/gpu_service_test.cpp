@@ -1,8 +1,6 @@
-// The GPU service over the complete double of the offload runtime and the system's OpenCL
-// runtime: the caches' hash map (FNV-1a keys against hand-computed values, growth, stable nodes),
-// the three exported functions on hostsycl's native handles (keys, first and later callers, the
-// driver-runtime forms, failures), the search of native devices, queue_from_interop's fallbacks
-// and the runtime number each leaves, and loading by name.
+// The GPU service with the offload-runtime double and the system's OpenCL runtime: the caches'
+// hash map, the three exported functions on hostsycl's native handles, the search of native
+// devices, queue_from_interop's fallbacks and the runtime number each leaves, loading by name.
 #include <dlfcn.h>
 #include <limits.h>
 
@@ -26,10 +24,6 @@ using namespace tavrel::qnd::gpu;
 using namespace tavrel::qnd::gpu::detail;
 using namespace omptarget_double;
 
-void* pointer(std::uintptr_t value) {
-    return reinterpret_cast<void*>(value);
-}
-
 // A queue on the GPU in a context of its own, so that its native context is new to the caches.
 sycl::queue fresh_gpu_queue() {
     const sycl::device device{sycl::gpu_selector_v};
@@ -42,8 +36,8 @@ sycl::queue fresh_gpu_queue() {
 TEST(service_cache, keys_hash_like_hand_computed_values_and_stay_apart) {
     constexpr std::uint64_t zero = 0xa8c7f832281a39c5ull;   // eight zero bytes
     constexpr std::uint64_t bytes = 0x0c6d4496e17859d5ull;  // 08 07 ... 01 in memory
-    void* const a = pointer(0x0102030405060708);
-    void* const b = pointer(0x10);
+    void* const a = reinterpret_cast<void*>(0x0102030405060708);
+    void* const b = reinterpret_cast<void*>(0x10);
     EXPECT_EQ(fnv1a(nullptr), zero);
     EXPECT_EQ(key_hash(queue_key{a}), bytes);
     EXPECT_EQ(key_hash(queue_key{b}), 0x987468c2d70edbd5ull);
@@ -68,7 +62,7 @@ TEST(service_cache, buckets_grow_eightfold_below_512_then_by_size_and_values_sta
     std::vector<std::pair<std::size_t, std::size_t>> growth{{0, map.bucket_count}};
     std::vector<std::size_t*> values;
     for (std::size_t i = 1; i <= 1100; ++i) {
-        values.push_back(&map.find_or_insert({pointer(i * 64)}));
+        values.push_back(&map.find_or_insert({reinterpret_cast<void*>(i * 64)}));
         *values.back() = i;
         if (map.bucket_count != growth.back().second)
             growth.emplace_back(map.size, map.bucket_count);
@@ -76,10 +70,10 @@ TEST(service_cache, buckets_grow_eightfold_below_512_then_by_size_and_values_sta
     EXPECT_EQ(growth, (std::vector<std::pair<std::size_t, std::size_t>>{
                           {0, 8}, {9, 64}, {65, 512}, {513, 1024}, {1025, 2048}}));
     for (std::size_t i = 1; i <= 1100; ++i) {
-        ASSERT_EQ(map.find({pointer(i * 64)}), values[i - 1]);
+        ASSERT_EQ(map.find({reinterpret_cast<void*>(i * 64)}), values[i - 1]);
         EXPECT_EQ(*values[i - 1], i);
     }
-    EXPECT_EQ(&map.find_or_insert({pointer(64)}), values[0]);
+    EXPECT_EQ(&map.find_or_insert({reinterpret_cast<void*>(64)}), values[0]);
     EXPECT_EQ(map.size, 1100u);
 }
 

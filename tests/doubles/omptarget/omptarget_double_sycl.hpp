@@ -46,9 +46,8 @@ inline interop_ptr sycl_interop(sycl::queue* queue) {
     return interop;
 }
 
-// Runtime 6 (the driver runtime) or 3 (OpenCL), with the kind 2 or 1 behind property 8: the
-// native queue (5), context (9, and 6 for OpenCL) and, for the driver runtime, device (7) of
-// `queue`; property 10 (immediate) answers 0. hostsycl refuses OpenCL handles.
+// Runtime 6 (driver) or 3 (OpenCL), kind 2 or 1 behind property 8: the native queue (5), context
+// (9, and 6 for OpenCL) and driver device (7) of `queue`; property 10 (immediate) answers 0.
 inline interop_ptr native_interop(const sycl::queue& queue, bool opencl) {
     interop_ptr interop = new_interop(opencl ? 3 : 6);
     pointer_of(interop, 5) = pointing_at(native(queue));
