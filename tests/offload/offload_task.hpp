@@ -1,6 +1,5 @@
-// A statistics task as an offload caller hands it over (host integers of both widths behind the
-// count and storage fields, device arrays for the data and for each result field), a call of any
-// of the eight entry points, and the check of the results against long-double references.
+// A statistics task as an offload caller hands it over, a call of any of the eight entry points,
+// and the check of its results against long-double references.
 #pragma once
 
 #include <algorithm>
@@ -25,8 +24,9 @@
 
 namespace qnd_test {
 
-// The result fields of a statistics task, in the record's order, and sets of them (one bit per
-// field) by name: set_of("mean raw2").
+namespace st = tavrel::qnd::stats;
+
+// The result fields in the record's order, and sets of them (a bit per field) by name.
 inline const std::vector<std::string> field_names{
     "mean", "raw2", "raw3", "raw4", "cm2",      "cm3",      "cm4",       "rs1", "rs2", "rs3",
     "rs4",  "cs2",  "cs3",  "cs4",  "kurtosis", "skewness", "variation", "min", "max"};
@@ -42,46 +42,39 @@ inline fields set_of(const std::string& names) {
     }
     return set;
 }
-// A task over skewed data whose result arrays start as `untouched`, those in `nulls` handed over
-// as null. `wide` (ilp64) tasks point at 64-bit integers, others at 32-bit ones. A non-empty
-// `mask` comes with weights, its entries of the task's width, padded to whole 64-bit words.
+
+// A task over skewed data whose result arrays start as `untouched`; the integers behind its count
+// and storage fields are 64-bit in a `wide` (ilp64) task, else 32-bit.
 template <typename T>
 struct offload_task {
+    using ss_task = st::detail::cpu::ss_task;
     static constexpr T untouched = T(-321.5);
 
-    offload_task(sycl::queue& q,
-                 std::int64_t n_dims,
-                 std::int64_t n_observations,
-                 tavrel::qnd::stats::layout layout,
-                 bool wide,
-                 std::vector<std::int64_t> mask = {},
-                 fields nulls = 0)
-        : host(skewed_data<T>(n_dims, n_observations, layout)),
+    offload_task(sycl::queue& q, std::int64_t dims, std::int64_t n, st::layout layout, bool wide)
+        : host(skewed_data<T>(dims, n, layout)),
           obs(q, host.observations),
-          weights(q, random_weights<T>(n_observations)),
-          mask64(q, mask),
-          mask32(q,
-                 [&mask] {
-                     std::vector<std::int32_t> entries(mask.begin(), mask.end());
-                     entries.resize((entries.size() + 1) / 2 * 2);  // whole 64-bit words, as read
-                     return entries;
-                 }()),
-          results(q, field_names.size() * n_dims),
+          weights(q, random_weights<T>(n)),
+          mask(q, std::vector<std::int64_t>(dims + 1, 0)),
+          results(q, field_names.size() * dims),
           wide(wide) {
-        set_counts(n_dims, n_observations, layout);
+        set_counts(dims, n, layout);
         record.dims_ptr = wide ? static_cast<void*>(&wide_ints[0]) : &narrow_ints[0];
         record.observations_count_ptr = wide ? static_cast<void*>(&wide_ints[1]) : &narrow_ints[1];
         record.storage_ptr = wide ? static_cast<void*>(&wide_ints[2]) : &narrow_ints[2];
         record.observations = obs.get();
-        if (!mask.empty()) {
-            host.weights = weights.to_vector();
-            host.indices = mask;
-            record.weights = weights.get();
-            record.indices = wide ? static_cast<void*>(mask64.get()) : mask32.get();
-        }
         results.fill(untouched);
-        // The result fields lie in the record in the order of field_names, one word each.
-        using tavrel::qnd::stats::detail::cpu::ss_task;
+        hand_over(0);
+    }
+
+    // The integers behind n_dims, n_observations and storage, in both widths.
+    void set_counts(std::int64_t dims, std::int64_t n, std::int64_t storage) {
+        const std::int64_t values[3] = {dims, n, storage};
+        std::copy(values, values + 3, wide_ints);
+        std::copy(values, values + 3, narrow_ints);
+    }
+
+    // Points each result field at its array, those in `nulls` at null.
+    void hand_over(fields nulls) {
         for (std::size_t f = 0; f < field_names.size(); ++f) {
             T* const at = nulls >> f & 1 ? nullptr : array(f);
             std::memcpy(reinterpret_cast<char*>(&record) + offsetof(ss_task, mean) + f * sizeof at,
@@ -89,22 +82,18 @@ struct offload_task {
         }
     }
 
-    // The integers behind n_dims, n_observations and storage, in both widths.
-    void set_counts(std::int64_t n_dims, std::int64_t n_observations, std::int64_t storage) {
-        const std::int64_t values[3] = {n_dims, n_observations, storage};
-        std::copy(values, values + 3, wide_ints);
-        std::copy(values, values + 3, narrow_ints);
+    // Weights, and the mask `kept` in entries of the task's width, zeros behind to a whole word.
+    void use_mask(const std::vector<std::int64_t>& kept) {
+        host.weights = weights.to_vector();
+        host.indices = kept;
+        record.weights = weights.get();
+        record.indices = mask.get();
+        auto* const narrow = reinterpret_cast<std::int32_t*>(mask.get());
+        for (std::size_t d = 0; d < kept.size(); ++d)
+            wide ? mask[d] = kept[d] : narrow[d] = static_cast<std::int32_t>(kept[d]);
     }
 
     T* array(std::size_t f) const { return results.get() + f * host.n_dims; }
-
-    // The fields with an element other than `untouched`.
-    fields written() const {
-        fields set = 0;
-        for (std::size_t i = 0; i < results.size(); ++i)
-            set |= (results[i] != untouched ? 1u : 0u) << i / host.n_dims;
-        return set;
-    }
 
     // Calls the entry point of T and of the task's width, by value or in its Fortran form.
     std::int32_t compute(std::uint64_t estimates,
@@ -112,26 +101,24 @@ struct offload_task {
                          void* interop,
                          bool fortran = false) {
         void* task = &record;
+        const auto call = [&](auto by_value, auto by_reference, auto m) {
+            return fortran ? by_reference(&task, &estimates, &m, interop)
+                           : by_value(task, estimates, m, interop);
+        };
         const auto narrow = static_cast<std::int32_t>(method);
-        constexpr bool s = std::is_same_v<T, float>;
-        if (wide && fortran) {
-            return (s ? qnd_rtk_ssscompute_omp_offload : qnd_rtk_dsscompute_omp_offload)(
-                &task, &estimates, &method, interop);
+        if (std::is_same_v<T, float>) {
+            return wide ? call(qnd_rtk_sSSCompute_omp_offload_ilp64, qnd_rtk_ssscompute_omp_offload,
+                               method)
+                        : call(qnd_rtk_sSSCompute_omp_offload_lp64,
+                               qnd_rtk_ssscompute_omp_offload_lp64, narrow);
         }
-        if (wide) {
-            return (s ? qnd_rtk_sSSCompute_omp_offload_ilp64
-                      : qnd_rtk_dSSCompute_omp_offload_ilp64)(task, estimates, method, interop);
-        }
-        if (fortran) {
-            return (s ? qnd_rtk_ssscompute_omp_offload_lp64 : qnd_rtk_dsscompute_omp_offload_lp64)(
-                &task, &estimates, &narrow, interop);
-        }
-        return (s ? qnd_rtk_sSSCompute_omp_offload_lp64 : qnd_rtk_dSSCompute_omp_offload_lp64)(
-            task, estimates, narrow, interop);
+        return wide ? call(qnd_rtk_dSSCompute_omp_offload_ilp64, qnd_rtk_dsscompute_omp_offload,
+                           method)
+                    : call(qnd_rtk_dSSCompute_omp_offload_lp64, qnd_rtk_dsscompute_omp_offload_lp64,
+                           narrow);
     }
 
-    // Stores the caller's means of method 256 in `mean` and returns them: off the data's means,
-    // so that sums around them differ, and representable in T.
+    // Stores caller's means for method 256 in `mean`, off the data's means, and returns them.
     std::vector<long double> set_caller_means() {
         std::vector<long double> centre;
         for (std::int64_t d = 0; d < host.n_dims; ++d) {
@@ -143,68 +130,53 @@ struct offload_task {
 
     host_data<T> host;
     usm_array<T> obs, weights;
-    usm_array<std::int64_t> mask64;
-    usm_array<std::int32_t> mask32;
+    usm_array<std::int64_t> mask;
     usm_array<T> results;
     bool wide;
     std::int64_t wide_ints[3];
     std::int32_t narrow_ints[3];
-    tavrel::qnd::stats::detail::cpu::ss_task record{};
+    ss_task record{};
 };
 
-// The reference of field f in dimension d. The extremes ignore weights, and a maximum at or
-// below the smallest positive normal value is stored as that value.
-template <typename T>
-long double expected(std::size_t f,
-                     const host_data<T>& host,
-                     std::int64_t d,
-                     const long double* centre) {
-    const std::string& name = field_names[f];
-    const int order = name.back() - '0';
-    if (name == "min" || name == "max") {
-        long double lo = host.value(d, 0), hi = lo;
-        for (std::int64_t i = 1; i < host.n_observations; ++i) {
-            lo = std::min<long double>(lo, host.value(d, i));
-            hi = std::max<long double>(hi, host.value(d, i));
-        }
-        return name == "min" ? lo : std::max<long double>(hi, std::numeric_limits<T>::min());
-    }
-    const moment_reference r = reference_of(host, d, centre);
-    if (name == "mean")
-        return r.mean();
-    if (name.rfind("raw", 0) == 0)
-        return r.raw_moment(order);
-    if (name.rfind("cm", 0) == 0)
-        return r.central_moment(order);
-    if (name.rfind("rs", 0) == 0)
-        return r.raw[order];
-    if (name.rfind("cs", 0) == 0)
-        return r.central_sum(order);
-    if (name == "kurtosis")
-        return r.kurtosis();
-    return name == "skewness" ? r.skewness() : r.variation();
-}
-
-// The fields in `written` hold their estimate in the kept dimensions, all others are untouched.
-// Under the caller's mean (`centre`, one per dimension, or empty) `mean` is an input and must
-// still hold it.
+// The fields in `written` hold their estimate in the kept dimensions, all others are untouched;
+// under the caller's mean (`centre`, or empty) `mean` still holds it. The extremes ignore weights,
+// and a maximum at or below the smallest positive normal value is stored as that value.
 template <typename T>
 void expect_results(const offload_task<T>& t,
                     fields written,
                     const std::vector<long double>& centre = {}) {
-    for (std::size_t f = 0; f < field_names.size(); ++f) {
-        for (std::int64_t d = 0; d < t.host.n_dims; ++d) {
+    const host_data<T>& h = t.host;
+    for (std::int64_t d = 0; d < h.n_dims; ++d) {
+        const moment_reference r = reference_of(h, d, centre.empty() ? nullptr : &centre[d]);
+        long double lo = h.value(d, 0), hi = lo;
+        for (std::int64_t i = 1; i < h.n_observations; ++i) {
+            lo = std::min<long double>(lo, h.value(d, i));
+            hi = std::max<long double>(hi, h.value(d, i));
+        }
+        // The reference of field k, in the order of field_names.
+        const auto want = [&](int k) -> long double {
+            if (k <= 3)
+                return r.raw_moment(k + 1);  // the mean is the raw moment of order 1
+            if (k <= 6)
+                return r.central_moment(k - 2);
+            if (k <= 10)
+                return r.raw[k - 6];
+            if (k <= 13)
+                return r.central_sum(k - 9);
+            if (k <= 16)
+                return k == 14 ? r.kurtosis() : k == 15 ? r.skewness() : r.variation();
+            return k == 17 ? lo : std::max<long double>(hi, std::numeric_limits<T>::min());
+        };
+        for (std::size_t f = 0; f < field_names.size(); ++f) {
             const long double got = t.array(f)[d];
             const std::string where = field_names[f] + " dim " + std::to_string(d);
-            if (!centre.empty() && f == 0) {
+            if (!centre.empty() && f == 0)
                 EXPECT_EQ(got, static_cast<T>(centre[d])) << "the caller's mean is read only";
-            } else if (!(written >> f & 1) || !t.host.kept(d)) {
+            else if (!(written >> f & 1) || !h.kept(d))
                 EXPECT_EQ(got, offload_task<T>::untouched) << where;
-            } else {
-                const long double want =
-                    expected(f, t.host, d, centre.empty() ? nullptr : &centre[d]);
-                EXPECT_TRUE(close_to(got, want, moment_tolerance<T>())) << where << ": " << got;
-            }
+            else
+                EXPECT_TRUE(close_to(got, want(static_cast<int>(f)), moment_tolerance<T>()))
+                    << where << ": " << got;
         }
     }
 }

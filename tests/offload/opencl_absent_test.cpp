@@ -1,6 +1,6 @@
-// The entry points on an OpenCL interop in a process whose OpenCL runtime lacks an entry: the
-// queue is a default one and the runtime number stays 3, so after the data checks the
-// shared-virtual-memory setting decides between -1 and a computation on the default queue.
+// The entry points on an OpenCL interop whose runtime lacks an entry: the queue is a default one
+// and the runtime number stays 3, also by the kind, so after the data checks the first character
+// of the shared-virtual-memory setting decides between -1 and a computation on that queue.
 #include <cstdint>
 #include <cstdlib>
 
@@ -12,29 +12,27 @@
 
 namespace {
 
-namespace st = tavrel::qnd::stats;
 using namespace qnd_test;
+using namespace omptarget_double;
 
 TEST(offload_opencl_absent, shared_virtual_memory_decides_after_the_data_checks) {
     sycl::queue q{sycl::device(sycl::gpu_selector_v)};
-    const omptarget_double::interop_ptr interop = omptarget_double::opencl_interop(q);
+    const interop_ptr number = opencl_interop(q), kind = opencl_interop(q);
+    int_of(kind, -1) = {0, -2, 0};
     const std::pair<const char*, std::int32_t> cases[] = {
-        {"1", -1}, {"10", -1}, {"0", 0}, {" 1", 0}, {nullptr, 0}};
+        {"1", -1}, {"10", -1}, {"1x", -1}, {"0", 0}, {"01", 0}, {" 1", 0}, {"", 0}, {nullptr, 0}};
     for (const auto& [svm, status] : cases) {
         SCOPED_TRACE(svm ? svm : "unset");
-        if (svm != nullptr)
-            setenv("LIBOMPTARGET_OPENCL_USE_SVM", svm, 1);
-        else
-            unsetenv("LIBOMPTARGET_OPENCL_USE_SVM");
+        svm ? setenv("LIBOMPTARGET_OPENCL_USE_SVM", svm, 1)
+            : unsetenv("LIBOMPTARGET_OPENCL_USE_SVM");
         // More observations than the default group size: every group has ended its device work
         // when the call returns.
         offload_task<double> t(q, 3, 300, st::col_major, true);
-        t.set_counts(0, 300, st::col_major);
-        EXPECT_EQ(t.compute(~std::uint64_t{0}, 1, interop.get()), -4001);
         t.set_counts(3, 0, st::col_major);
-        EXPECT_EQ(t.compute(~std::uint64_t{0}, 1, interop.get()), -4002);
+        EXPECT_EQ(t.compute(~0ull, 1, number.get()), -4002);
         t.set_counts(3, 300, st::col_major);
-        EXPECT_EQ(t.compute(~std::uint64_t{0}, 1, interop.get()), status);
+        EXPECT_EQ(t.compute(0x400, 1, kind.get()), status);
+        EXPECT_EQ(t.compute(~0ull, 1, number.get()), status);
         expect_results(t, status == 0 ? all_fields : 0);
     }
 }

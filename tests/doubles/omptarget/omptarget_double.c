@@ -1,13 +1,12 @@
 /* The test double of the OpenMP offload runtime: the five interop entries, answering from the
-   interop objects of omptarget_double.h. */
+   interop objects of omptarget_double.h. No property is text, and no callback is ever called. */
 #include "omptarget_double.h"
 
 #include <stddef.h>
 
 #define EXPORT __attribute__((visibility("default")))
 
-/* The answer of `property` in the object's ints or pointers, counted as asked for; null for a
-   property out of range. */
+/* The answer of `property` among the object's ints or pointers, counted; null out of range. */
 static struct omptarget_double_answer* asked(void* interop, int pointers, int32_t property) {
     struct omptarget_double_interop* object = interop;
     struct omptarget_double_answer* answer;
@@ -20,11 +19,9 @@ static struct omptarget_double_answer* asked(void* interop, int pointers, int32_
 
 EXPORT int32_t __tgt_get_interop_property(void* interop, int32_t property, void** result) {
     const struct omptarget_double_answer* answer = asked(interop, 1, property);
-    if (answer == NULL)
-        return -1;
-    if (answer->code == 0)
+    if (answer != NULL && answer->code == 0)
         *result = (void*)answer->value;
-    return answer->code;
+    return answer != NULL ? answer->code : -1;
 }
 
 EXPORT intptr_t omp_get_interop_int(void* interop, int32_t property, int32_t* code) {
@@ -39,7 +36,6 @@ EXPORT void* omp_get_interop_ptr(void* interop, int32_t property, int32_t* code)
     return *code == 0 ? (void*)answer->value : NULL;
 }
 
-/* No property of the double is text. */
 EXPORT const char* omp_get_interop_str(void* interop, int32_t property, int32_t* code) {
     (void)interop;
     (void)property;

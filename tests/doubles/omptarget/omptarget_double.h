@@ -1,12 +1,8 @@
-/* The test double of the OpenMP offload runtime, a shared library named libomptarget.so whose
-   five interop entries the GPU service binds by name. A test program links the CMake target
-   omptarget_double, so that the library's dlopen finds this very copy, and hands the library
-   interop objects of the type below, filled before they are shared, as its omp_interop_t.
-
-   Each property from -1 to 15 has an answer at index property + 1 through omp_get_interop_int
-   (`ints`) and through __tgt_get_interop_property and omp_get_interop_ptr (`pointers`): its value
-   and a code, 0 or that of a failed query, which leaves the result untouched. Each query of a
-   property counts itself in its answer. */
+/* The test double of the OpenMP offload runtime, libomptarget.so, linked by test programs so that
+   the library's dlopen finds this very copy. Its objects stand for omp_interop_t: property p, from
+   -1 to 15, answers at index p + 1 through omp_get_interop_int (`ints`) or the two pointer entries
+   (`pointers`) with a value and a code (0, or that of a failed query, which leaves the result
+   untouched), and counts its queries. */
 #ifndef OMPTARGET_DOUBLE_H
 #define OMPTARGET_DOUBLE_H
 
@@ -19,8 +15,7 @@ struct omptarget_double_answer {
 };
 
 struct omptarget_double_interop {
-    struct omptarget_double_answer ints[17];
-    struct omptarget_double_answer pointers[17];
+    struct omptarget_double_answer ints[17], pointers[17];
     int32_t kind; /* what property 8 may point at */
 };
 

@@ -1,5 +1,5 @@
-// Interop objects of the offload runtime's double, one maker per foreign runtime standing for
-// hostsycl queues, contexts and devices, and queues new to the caches.
+// Interop objects of the offload runtime's double that stand for hostsycl queues, contexts and
+// devices, one maker per foreign runtime.
 #pragma once
 
 #include <cstdint>
@@ -17,12 +17,6 @@ using interop_ptr = std::unique_ptr<omptarget_double_interop>;
 template <typename Object>
 void* native(const Object& object) {
     return sycl::get_native<sycl::backend::ext_hostsycl_native>(object);
-}
-
-// A queue on the GPU in a context of its own, so that its native context is new to the caches.
-inline sycl::queue fresh_gpu_queue() {
-    const sycl::device device{sycl::gpu_selector_v};
-    return sycl::queue(sycl::context(device), device);
 }
 
 // What `property` answers through omp_get_interop_int, and through __tgt_get_interop_property.
@@ -52,11 +46,9 @@ inline interop_ptr sycl_interop(sycl::queue* queue) {
     return interop;
 }
 
-// Runtime 6, or 3 (OpenCL), with the kind 2 or 1 behind property 8: the native queue (5) and
-// context (9, and 6 for OpenCL) of `queue` stand for those of the runtime, and for the driver
-// runtime its native device (7) and the immediate flag (10). hostsycl does not serve the OpenCL
-// backend: a queue or context made from OpenCL handles throws errc::feature_not_supported.
-inline interop_ptr native_interop(const sycl::queue& queue, bool opencl, bool immediate = false) {
+// Runtime 6 (driver) or 3 (OpenCL), kind 2 or 1 behind property 8: the native queue (5), context
+// (9, and 6 for OpenCL) and driver device (7) of `queue`; property 10 (immediate) answers 0.
+inline interop_ptr native_interop(const sycl::queue& queue, bool opencl) {
     interop_ptr interop = new_interop(opencl ? 3 : 6);
     pointer_of(interop, 5) = pointing_at(native(queue));
     pointer_of(interop, opencl ? 6 : 7) =
@@ -64,11 +56,11 @@ inline interop_ptr native_interop(const sycl::queue& queue, bool opencl, bool im
     pointer_of(interop, 9) = pointing_at(native(queue.get_context()));
     interop->kind = opencl ? 1 : 2;
     pointer_of(interop, 8) = pointing_at(&interop->kind);
-    int_of(interop, 10) = {immediate ? 1 : 0, 0, 0};
+    int_of(interop, 10) = {0, 0, 0};
     return interop;
 }
-inline interop_ptr driver_interop(const sycl::queue& queue, bool immediate = false) {
-    return native_interop(queue, false, immediate);
+inline interop_ptr driver_interop(const sycl::queue& queue) {
+    return native_interop(queue, false);
 }
 inline interop_ptr opencl_interop(const sycl::queue& queue) {
     return native_interop(queue, true);
