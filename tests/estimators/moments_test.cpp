@@ -7,7 +7,6 @@
 #include <cmath>
 #include <cstdint>
 #include <limits>
-#include <memory>
 #include <string>
 #include <vector>
 
@@ -41,6 +40,10 @@ template <typename T>
 T given_mean(std::int64_t d) {
     return static_cast<T>(((d % 2 == 0) ? 1.0 : -1.0) * (1.0 + 0.25 * d) + 0.125);
 }
+template <typename T>
+std::vector<T> given_means() {
+    return {given_mean<T>(0), given_mean<T>(1), given_mean<T>(2)};
+}
 
 // One call: family, method value, whether around the caller's mean, and the length of each
 // output (0: left out, as null or as a buffer of size 0) and of the mean.
@@ -55,25 +58,20 @@ struct call {
 // The pointer form on USM copies of `data`; outputs start at the sentinel.
 template <int M, typename T, st::layout L>
 outputs<T> run_pointer(sycl::queue& q, const call& c, const host_data<T>& data) {
-    usm_array<T> obs(q, data.observations), weights(q, data.weights), mean(q, n_dims);
+    usm_array<T> obs(q, data.observations), weights(q, data.weights), mean(q, given_means<T>());
     usm_array<std::int64_t> indices(q, data.indices);
-    for (std::int64_t d = 0; d < n_dims; ++d)
-        mean[d] = given_mean<T>(d);
-    std::vector<std::unique_ptr<usm_array<T>>> outs;
+    usm_array<T> out(q, std::vector<T>(4 * n_dims, static_cast<T>(sentinel)));
     std::array<T*, 4> ptrs{};
-    for (int k = 0; k < c.f.n_outputs; ++k) {
-        outs.push_back(std::make_unique<usm_array<T>>(q, n_dims));
-        outs.back()->fill(static_cast<T>(sentinel));
-        ptrs[k] = c.lengths[k] ? outs.back()->get() : nullptr;
-    }
+    for (int k = 0; k < c.f.n_outputs; ++k)
+        ptrs[k] = c.lengths[k] ? out.get() + k * n_dims : nullptr;
     const st::dataset<L, T*> ds{n_dims, n_observations, obs.get(),
                                 data.weights.empty() ? nullptr : weights.get(),
                                 data.indices.empty() ? nullptr : indices.get()};
     call_moment_family<M, T, L>(c.f.family, q, c.user_mean ? mean.get() : nullptr, ds, ptrs);
     q.wait();
     outputs<T> result;
-    for (const auto& o : outs)
-        result.push_back(o->to_vector());
+    for (int k = 0; k < c.f.n_outputs; ++k)
+        result.emplace_back(out.get() + k * n_dims, out.get() + (k + 1) * n_dims);
     return result;
 }
 
@@ -82,14 +80,12 @@ outputs<T> run_pointer(sycl::queue& q, const call& c, const host_data<T>& data) 
 template <int M, typename T, st::layout L>
 outputs<T> run_buffer(sycl::queue& q, const call& c, const host_data<T>& data) {
     outputs<T> result(c.f.n_outputs);
-    std::vector<T> means(n_dims);
-    for (std::int64_t d = 0; d < n_dims; ++d)
-        means[d] = given_mean<T>(d);
+    const std::vector<T> means = given_means<T>();
     {
         buf<T> obs(data.observations.data(), sycl::range<1>(data.observations.size()));
         buf<T> weights(data.weights.data(), sycl::range<1>(data.weights.size()));
         buf<std::int64_t> indices(data.indices.data(), sycl::range<1>(data.indices.size()));
-        buf<T> mean(static_cast<const T*>(means.data()), sycl::range<1>(c.mean_length));
+        buf<T> mean(means.data(), sycl::range<1>(c.mean_length));
         std::array<buf<T>, 4> outs{buf<T>(sycl::range<1>(0)), buf<T>(sycl::range<1>(0)),
                                    buf<T>(sycl::range<1>(0)), buf<T>(sycl::range<1>(0))};
         for (int k = 0; k < c.f.n_outputs; ++k) {
@@ -163,37 +159,26 @@ struct exact_case {
 TEST_P(moments, small_cases_known_exactly) {
     const double v = 5.0 / 3.0, nan = std::numeric_limits<double>::quiet_NaN();
     const std::vector<double> a{1, 2, 3}, b{1, 2, 3, 4}, twos{2, 2, 2, 2};
-    const std::vector<exact_case> cases{{a, {}, mf::mean, 0, 2.0},
-                                        {a, {}, mf::raw_sum, 3, 98.0},
-                                        {a, {}, mf::raw_sum, 1, 14.0},
-                                        {a, {}, mf::raw_moment, 2, 12.0},
-                                        {a, {}, mf::central_sum, 0, 2.0},
-                                        {a, {}, mf::central_sum, 1, 0.0},
-                                        {a, {}, mf::central_sum, 2, 2.0},
-                                        {a, {}, mf::central_moment, 0, 1.0},
-                                        {a, {}, mf::central_moment, 2, 2.0 / 3.0},
-                                        {b, {}, mf::central_sum, 2, 10.25},
-                                        {b, {}, mf::central_moment, 2, 2.5625},
-                                        {b, {}, mf::central_moment, 0, v},
-                                        {b, {}, mf::skewness, 0, 0.0},
-                                        {b, {}, mf::kurtosis, 0, 2.5625 / (v * v) - 3.0},
-                                        {b, {}, mf::variation, 0, std::sqrt(v) / 2.5},
-                                        {{-1, -2, -3}, {}, mf::variation, 0, -0.5},
-                                        {b, {0, 0, 0, 0}, mf::mean, 0, 2.5},
-                                        {b, {0, 0, 0, 0}, mf::central_moment, 0, v},
-                                        {b, {-1, nan, 1, 1}, mf::central_moment, 0, v},
-                                        {a, {2, -3, 1}, mf::mean, 0, 7.0 / 4.0},
-                                        {a, {2, -3, 1}, mf::raw_sum, 0, 7.0},
-                                        {a, {2, -3, 1}, mf::raw_sum, 1, 15.0},
-                                        {b, twos, mf::central_moment, 0, v},
-                                        {b, twos, mf::central_moment, 2, 2.5625},
-                                        {b, twos, mf::kurtosis, 0, 2.5625 / (v * v) - 3.0},
-                                        {b, twos, mf::raw_sum, 1, 60.0},
-                                        {{5, 5, 5, 5}, {}, mf::skewness, 0, nan},
-                                        {{5, 5, 5, 5}, {}, mf::kurtosis, 0, nan},
-                                        {{5, 5, 5, 5}, {}, mf::variation, 0, 0.0},
-                                        {{7}, {}, mf::central_moment, 0, nan},
-                                        {{1, nan, 3}, {}, mf::mean, 0, nan}};
+    const std::vector<double> f{5, 5, 5, 5}, nw{-1, nan, 1, 1}, mw{2, -3, 1}, z{0, 0, 0, 0};
+    // clang-format off
+    const std::vector<exact_case> cases{
+        {a, {}, mf::mean, 0, 2.0},               {a, {}, mf::raw_sum, 3, 98.0},
+        {a, {}, mf::raw_sum, 1, 14.0},           {a, {}, mf::raw_moment, 2, 12.0},
+        {a, {}, mf::central_sum, 0, 2.0},        {a, {}, mf::central_sum, 1, 0.0},
+        {a, {}, mf::central_sum, 2, 2.0},        {a, {}, mf::central_moment, 0, 1.0},
+        {a, {}, mf::central_moment, 2, 2.0 / 3}, {b, {}, mf::central_sum, 2, 10.25},
+        {b, {}, mf::central_moment, 2, 2.5625},  {b, {}, mf::central_moment, 0, v},
+        {b, {}, mf::skewness, 0, 0.0},           {b, {}, mf::kurtosis, 0, 2.5625 / (v * v) - 3},
+        {b, {}, mf::variation, 0, std::sqrt(v) / 2.5}, {{-1, -2, -3}, {}, mf::variation, 0, -0.5},
+        {b, z, mf::mean, 0, 2.5},                {b, z, mf::central_moment, 0, v},
+        {b, nw, mf::central_moment, 0, v},       {a, mw, mf::mean, 0, 7.0 / 4.0},
+        {a, mw, mf::raw_sum, 0, 7.0},            {a, mw, mf::raw_sum, 1, 15.0},
+        {b, twos, mf::central_moment, 0, v},     {b, twos, mf::central_moment, 2, 2.5625},
+        {b, twos, mf::raw_sum, 1, 60.0},         {b, twos, mf::kurtosis, 0, 2.5625 / (v * v) - 3},
+        {f, {}, mf::skewness, 0, nan},           {f, {}, mf::kurtosis, 0, nan},
+        {f, {}, mf::variation, 0, 0.0},          {{7}, {}, mf::central_moment, 0, nan},
+        {{1, nan, 3}, {}, mf::mean, 0, nan}};
+    // clang-format on
     sycl::queue q(GetParam());
     for (const exact_case& c : cases) {
         // The CPU engine refuses weights that are not positive (reported, not tested here).
@@ -243,38 +228,25 @@ struct row {
 
 template <typename T, st::layout L>
 void check_rows(const sycl::device& dev) {
-    const row rows[] = {{mf::mean, {1}, false, 1},
-                        {mf::raw_sum, {1, 1, 1, 1}, false, 4},
-                        {mf::raw_sum, {1, 0, 0, 0}, false, 1},
-                        {mf::raw_sum, {1, 1, 0, 0}, false, 2},
-                        {mf::raw_sum, {1, 0, 1, 0}, false, 3},
-                        {mf::raw_sum, {1, 0, 0, 1}, false, 4},
-                        {mf::raw_sum, {0, 0, 0, 1}, false, 4},
-                        {mf::raw_sum, {0, 1, 0, 0}, false, 2},
-                        {mf::raw_moment, {1, 1, 1, 1}, false, 4},
-                        {mf::raw_moment, {1, 1, 0, 0}, false, 2},
-                        {mf::raw_moment, {0, 0, 1, 0}, false, 3},
-                        {mf::central_sum, {1, 1, 1}, false, 4},
-                        {mf::central_sum, {1, 0, 0}, false, 2},
-                        {mf::central_sum, {1, 1, 0}, false, 3},
-                        {mf::central_sum, {0, 1, 0}, false, 3},
-                        {mf::central_sum, {0, 0, 1}, false, 4},
-                        {mf::central_moment, {1, 1, 1}, false, 4},
-                        {mf::central_moment, {1, 0, 1}, false, 4},
-                        {mf::central_moment, {0, 1, 1}, false, 4},
-                        {mf::central_sum, {1, 1, 1}, true, 3},
-                        {mf::central_sum, {1, 0, 0}, true, 1},
-                        {mf::central_sum, {1, 1, 0}, true, 2},
-                        {mf::central_sum, {0, 1, 0}, true, 2},
-                        {mf::central_moment, {1, 1, 1}, true, 3},
-                        {mf::central_moment, {1, 0, 1}, true, 3},
-                        {mf::central_moment, {0, 0, 1}, true, 3},
-                        {mf::variation, {1}, false, 2},
-                        {mf::skewness, {1}, false, 3},
-                        {mf::kurtosis, {1}, false, 4},
-                        {mf::variation, {1}, true, 1},
-                        {mf::skewness, {1}, true, 2},
-                        {mf::kurtosis, {1}, true, 3}};
+    // clang-format off
+    const row rows[] = {
+        {mf::mean, {1}, false, 1},                  {mf::raw_sum, {1, 1, 1, 1}, false, 4},
+        {mf::raw_sum, {1, 0, 0, 0}, false, 1},      {mf::raw_sum, {1, 1, 0, 0}, false, 2},
+        {mf::raw_sum, {1, 0, 1, 0}, false, 3},      {mf::raw_sum, {1, 0, 0, 1}, false, 4},
+        {mf::raw_sum, {0, 0, 0, 1}, false, 4},      {mf::raw_sum, {0, 1, 0, 0}, false, 2},
+        {mf::raw_moment, {1, 1, 1, 1}, false, 4},   {mf::raw_moment, {1, 1, 0, 0}, false, 2},
+        {mf::raw_moment, {0, 0, 1, 0}, false, 3},   {mf::central_sum, {1, 1, 1}, false, 4},
+        {mf::central_sum, {1, 0, 0}, false, 2},     {mf::central_sum, {1, 1, 0}, false, 3},
+        {mf::central_sum, {0, 1, 0}, false, 3},     {mf::central_sum, {0, 0, 1}, false, 4},
+        {mf::central_moment, {1, 1, 1}, false, 4},  {mf::central_moment, {1, 0, 1}, false, 4},
+        {mf::central_moment, {0, 1, 1}, false, 4},  {mf::central_sum, {1, 1, 1}, true, 3},
+        {mf::central_sum, {1, 0, 0}, true, 1},      {mf::central_sum, {1, 1, 0}, true, 2},
+        {mf::central_sum, {0, 1, 0}, true, 2},      {mf::central_moment, {1, 1, 1}, true, 3},
+        {mf::central_moment, {1, 0, 1}, true, 3},   {mf::central_moment, {0, 0, 1}, true, 3},
+        {mf::variation, {1}, false, 2},             {mf::skewness, {1}, false, 3},
+        {mf::kurtosis, {1}, false, 4},              {mf::variation, {1}, true, 1},
+        {mf::skewness, {1}, true, 2},               {mf::kurtosis, {1}, true, 3}};
+    // clang-format on
     sycl::queue q(dev);
     for (bool weighted : {false, true}) {
         host_data<T> data = skewed_data<T>(n_dims, n_observations, L);

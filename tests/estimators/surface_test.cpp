@@ -7,6 +7,7 @@
 #include <regex>
 #include <set>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -38,45 +39,33 @@ std::vector<std::string> exported_symbols() {
 // The 192 estimators as the demangler spells them, each as code ("T" or "W" in nm's words):
 // 11 families x float, double x both layouts x their method values, pointer and buffer form.
 std::set<std::string> expected_estimators() {
-    struct family {
-        const char* name;
-        int n_outputs;
-        int methods;     // values 1 to methods
-        bool with_mean;  // also a form with the caller's mean, method value 1
-    };
-    const family families[] = {
+    // Family, outputs, method values 1 to M, and whether a form takes the caller's mean.
+    const std::tuple<const char*, int, int, bool> families[] = {
         {"mean", 1, 2, false},       {"raw_sum", 4, 2, false},       {"raw_moment", 4, 2, false},
         {"central_sum", 3, 2, true}, {"central_moment", 3, 2, true}, {"skewness", 1, 2, true},
         {"kurtosis", 1, 2, true},    {"variation", 1, 2, true},      {"min", 1, 1, false},
         {"max", 1, 1, false},        {"min_max", 2, 1, false}};
-    const auto times = [](const std::string& item, int n) {
-        std::string out;
-        for (int k = 0; k < n; ++k)
-            out += ", " + item;
-        return out;
-    };
     std::set<std::string> out;
-    for (const family& f : families) {
+    for (const auto& [name, n_outputs, methods, with_mean] : families) {
         for (const std::string t : {"float", "double"}) {
             const std::string buf =
                 "sycl::buffer<" + t + ", 1, std::allocator<std::remove_const<" + t + ">::type> >";
+            std::string ptrs, bufs;
+            for (int k = 0; k < n_outputs; ++k)
+                ptrs += ", " + t + "*", bufs += ", " + buf;
             for (const std::string l : {"65536", "131072"}) {
                 const std::string layout = "(tavrel::qnd::stats::layout)" + l;
                 const std::string data = "tavrel::qnd::stats::dataset<" + layout + ", ";
-                std::vector<std::pair<int, bool>> forms;
-                for (int m = 1; m <= f.methods; ++m)
-                    forms.push_back({m, false});
-                if (f.with_mean)
-                    forms.push_back({1, true});
-                for (const auto& [m, with_mean] : forms) {
-                    const std::string head = "tavrel::qnd::stats::" + std::string(f.name) + "<" +
-                                             std::to_string(m) + ", " + t + ", " + layout +
-                                             ">(sycl::queue&";
-                    out.insert("sycl::event " + head + (with_mean ? ", " + t + "*" : "") + ", " +
-                               data + t + "*> const&" + times(t + "*", f.n_outputs) +
+                for (int m = 1; m <= methods + with_mean; ++m) {
+                    const bool mean = m > methods;
+                    const std::string head = "tavrel::qnd::stats::" + std::string(name) + "<" +
+                                             std::to_string(mean ? 1 : m) + ", " + t + ", " +
+                                             layout + ">(sycl::queue&";
+                    out.insert("sycl::event " + head + (mean ? ", " + t + "*" : "") + ", " + data +
+                               t + "*> const&" + ptrs +
                                ", std::vector<sycl::event, std::allocator<sycl::event> > const&)");
-                    out.insert("void " + head + (with_mean ? ", " + buf : "") + ", " + data + buf +
-                               " > const&" + times(buf, f.n_outputs) + ")");
+                    out.insert("void " + head + (mean ? ", " + buf : "") + ", " + data + buf +
+                               " > const&" + bufs + ")");
                 }
             }
         }

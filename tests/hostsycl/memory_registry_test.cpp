@@ -1,5 +1,5 @@
-// USM seen through the observer with injected allocation failures, a failing buffer release,
-// and the kernel registry of the program and of a library loaded at run time.
+// USM seen through the observer with injected allocation failures, and the kernel registry of the
+// program and of a library loaded at run time.
 #include <gtest/gtest.h>
 
 #include <sycl/sycl.hpp>
@@ -53,16 +53,6 @@ TEST(usm, allocations_are_aligned_observed_and_fail_when_told) {
                                     {op::free, d, 0},
                                     {op::free, s, 0},
                                     {op::free, h, 0}}));
-}
-
-TEST(buffer_release_death, a_failing_release_is_reported_and_stops_on_an_assertion) {
-    GTEST_FLAG_SET(death_test_style, "threadsafe");
-    const auto release_one = [] {
-        hs::fail_next_buffer_releases(1);
-        sycl::buffer<int, 1> b{sycl::range<1>(4)};
-    };
-    EXPECT_DEATH(release_one(),
-                 "exception in ~buffer The buffer's storage could not be released\\.\n.*Assertion");
 }
 
 // Never run: instantiating the parallel_for is what registers the kernel at start-up.

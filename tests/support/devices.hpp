@@ -11,16 +11,10 @@
 
 namespace qnd_test {
 
-// The work-group sizes of the small emulated GPUs.
-inline const std::vector<std::size_t>& small_group_sizes() {
-    static const std::vector<std::size_t> sizes{2, 3, 8, 32};
-    return sizes;
-}
-
-// The default emulated GPU first, then one emulated GPU per small work-group size.
+// The default emulated GPU first, then emulated GPUs of small work-group sizes.
 inline std::vector<sycl::device> test_gpus() {
     std::vector<sycl::device> devices{sycl::device(sycl::gpu_selector_v)};
-    for (std::size_t size : small_group_sizes()) {
+    for (std::size_t size : {2, 3, 8, 32}) {
         devices.push_back(sycl::ext::hostsycl::make_gpu_device(size));
     }
     return devices;
