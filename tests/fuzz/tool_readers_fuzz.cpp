@@ -32,7 +32,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t siz
             default:
                 // Dimensions and observations as a command line may give them, huge ones too.
                 m = parse_raw("r.bin", contents, how & 8,
-                              1 + (bytes[1] % 16) * (how & 16 ? std::int64_t{1} << 60 : 1),
+                              1 + (bytes[1] % 16) * (how & 16 ? std::int64_t{1} << 58 : 1),
                               bytes[2] == 255 ? std::int64_t{1} << 61 : bytes[2], how & 32);
         }
         if (m.n_dims < 1 || m.n_observations < 1 ||

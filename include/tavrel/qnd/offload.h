@@ -13,6 +13,12 @@
    Fortran forms take the task, the mask and the method by reference, the interop by value.
    A 32-bit dimension mask is read 64 bits at a time: pad an odd count of entries to an even one
    and align the array to 8 bytes.
+   A group's last kernel may still run when the call returns: synchronise with the interop's
+   queue (as for any work of the offload region) before reading the results or freeing the arrays.
+   Some arrays are written whenever their group runs (any of its estimates asked for), so give
+   them with the group: the mean for raw moments, the raw sum of order 1 for raw sums, the
+   order-2 result for central moments and central sums, and with method 1 for these two also
+   the mean and the raw moments up to the highest order whose result you give.
 
    Result: 0, or the status of the last group of estimates that ran; -3 for a storage format
    other than row-major (65536) or column-major (131072); -2 when the interop runtime cannot be
