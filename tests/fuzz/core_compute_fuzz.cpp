@@ -7,24 +7,12 @@
 #include <cstring>
 #include <vector>
 
+#include "fuzz_input.hpp"
 #include "qnd_core/ss.h"
 
 namespace {
 
-// Reads the input front to back; past its end every read gives zeros.
-struct input {
-    const std::uint8_t* at;
-    std::size_t left;
-    template <typename T>
-    T take() {
-        T value{};
-        const std::size_t n = left < sizeof(T) ? left : sizeof(T);
-        std::memcpy(&value, at, n);
-        at += n;
-        left -= n;
-        return value;
-    }
-};
+using input = fuzz_input;
 
 using routine = std::int32_t (*)(qnd_ss_task*,
                                  std::uint64_t,

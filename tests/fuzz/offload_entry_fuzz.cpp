@@ -13,6 +13,7 @@
 #include <sycl/sycl.hpp>
 
 #include "cpu/ss_task.hpp"
+#include "fuzz_input.hpp"
 #include "omptarget_double_sycl.hpp"
 #include "tavrel/qnd/offload.h"
 
@@ -20,19 +21,7 @@ namespace {
 
 using tavrel::qnd::stats::detail::cpu::ss_task;
 
-struct input {
-    const std::uint8_t* at;
-    std::size_t left;
-    template <typename T>
-    T take() {
-        T value{};
-        const std::size_t n = left < sizeof(T) ? left : sizeof(T);
-        std::memcpy(&value, at, n);
-        at += n;
-        left -= n;
-        return value;
-    }
-};
+using input = fuzz_input;
 
 // Shared memory of the queue's device, released with the call.
 template <typename T>
