@@ -27,7 +27,7 @@ TEST(qnd_stats_options, accepted_command_lines_set_their_fields) {
     const std::vector<accepted_case> cases = {
         {{"d.csv"},
          [](const tool_options& o) {
-             return o.file == "d.csv" && o.device == device_choice::default_device &&
+             return o.file == "d.csv" && o.device == device_choice::cpu && o.chunk_rows == 0 &&
                     !o.use_float && o.method == 1 && o.output == output_format::table &&
                     o.format == input_format::automatic && o.header == header_choice::automatic;
          },
@@ -48,9 +48,9 @@ TEST(qnd_stats_options, accepted_command_lines_set_their_fields) {
         {{"d.csv", "--type", "float"},
          [](const tool_options& o) { return o.use_float; },
          "options after the file"},
-        {{"--method", "alternate", "d.csv"},
-         [](const tool_options& o) { return o.method == 2; },
-         "method"},
+        {{"--method", "alternate", "--chunk-rows", "1000", "d.csv"},
+         [](const tool_options& o) { return o.method == 2 && o.chunk_rows == 1000; },
+         "method, chunk rows"},
         {{"-e", "kurtosis,mean,min", "d.csv"},
          [](const tool_options& o) {
              return o.estimates == v{"mean", "kurtosis", "min"};
@@ -116,7 +116,7 @@ TEST(qnd_stats_options, refused_command_lines_say_why) {
         {{"--bogus", "a.csv"}, "unknown option '--bogus' (see --help)"},
         {{"-x", "a.csv"}, "unknown option '-x' (see --help)"},
         {{"a.csv", "--device"}, "option --device needs a value"},
-        {{"-d", "tpu", "a.csv"}, "--device: 'tpu' is not one of default, cpu, gpu"},
+        {{"-d", "tpu", "a.csv"}, "--device: 'tpu' is not one of cpu, gpu"},
         {{"-t", "half", "a.csv"}, "--type: 'half' is not one of float, double"},
         {{"--method", "3", "a.csv"}, "--method: '3' is not one of fast, alternate"},
         {{"-o", "xml", "a.csv"}, "--output: 'xml' is not one of table, csv, json"},
@@ -157,10 +157,11 @@ TEST(qnd_stats_options, refused_command_lines_say_why) {
 
 TEST(qnd_stats_options, help_names_every_option_the_parser_takes) {
     const std::string help = help_text();
-    for (const char* name : {"--format", "--header", "--no-header", "--delimiter", "--raw-type",
-                             "--dims", "--observations", "--layout", "--device", "--type",
-                             "--method", "--weights", "--weight-column", "--mask", "--mean",
-                             "--estimates", "--output", "--help", "--version"}) {
+    for (const char* name :
+         {"--format",    "--header",       "--no-header",     "--delimiter", "--raw-type",
+          "--dims",      "--observations", "--layout",        "--device",    "--type",
+          "--method",    "--weights",      "--weight-column", "--mask",      "--mean",
+          "--estimates", "--output",       "--help",          "--version",   "--chunk-rows"}) {
         EXPECT_NE(help.find(name), std::string::npos) << name;
         // And the parser knows each one it documents.
         std::vector<const char*> args = {name};

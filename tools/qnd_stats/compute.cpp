@@ -1,12 +1,17 @@
-// The calls into the library: one per asked family, on arrays in shared memory.
+// The calls into the library, a chunk at a time, and the exact merge of the chunks' results.
 #include "compute.hpp"
 
-#include <array>
+#include <algorithm>
 #include <cmath>
-#include <memory>
+#include <cstdio>
 #include <limits>
+#include <memory>
 #include <new>
+#include <optional>
+#include <tuple>
+#include <unistd.h>
 
+#include <tavrel/qnd/partial.hpp>
 #include <tavrel/qnd/stats.hpp>
 
 #include "tool_errors.hpp"
@@ -17,180 +22,445 @@ namespace stats = tavrel::qnd::stats;
 
 namespace {
 
+// Errors of host tasks and kernels arrive here and are rethrown by wait_and_throw.
+void rethrow_all(sycl::exception_list errors) {
+    for (const std::exception_ptr& e : errors)
+        std::rethrow_exception(e);
+}
+
 // An array in shared memory, freed at scope end.
 template <typename T>
-struct shared_array {
-    shared_array(sycl::queue& q, std::size_t n) : queue(q), size(n) {
+struct usm_array {
+    usm_array(sycl::queue& q, std::size_t n) : queue(q) {
         ptr = sycl::malloc_shared<T>(n == 0 ? 1 : n, q);
         if (ptr == nullptr)
             throw std::bad_alloc();
     }
-    ~shared_array() { sycl::free(ptr, queue); }
-    shared_array(const shared_array&) = delete;
-    shared_array& operator=(const shared_array&) = delete;
+    ~usm_array() { sycl::free(ptr, queue); }
+    usm_array(const usm_array&) = delete;
+    usm_array& operator=(const usm_array&) = delete;
 
     sycl::queue& queue;
-    std::size_t size;
     T* ptr = nullptr;
 };
 
 template <typename T>
-struct run_state {
-    sycl::queue& queue;
-    stats::dataset<stats::row_major, T*> row;  // one of the two is used, as the layout says
-    stats::dataset<stats::col_major, T*> col;
-    T* user_mean = nullptr;
-    std::size_t n_dims = 0;
-    std::vector<quantity>* out = nullptr;
+chunk_array chunk_of(T* p) {
+    chunk_array a;
+    if constexpr (std::is_same_v<T, double>)
+        a.f64 = p;
+    else
+        a.f32 = p;
+    return a;
+}
 
-    // Runs `call` on fresh outputs named `names` and moves their values into the result.
-    template <std::size_t N, typename Call>
-    void outputs(const std::array<const char*, N>& names, Call&& call) {
-        std::vector<std::unique_ptr<shared_array<T>>> arrays;
-        std::array<T*, N> ptrs{};
-        for (std::size_t k = 0; k < N; ++k) {
-            arrays.push_back(std::make_unique<shared_array<T>>(queue, n_dims));
-            ptrs[k] = arrays.back()->ptr;
-            for (std::size_t d = 0; d < n_dims; ++d)
-                ptrs[k][d] = std::numeric_limits<T>::quiet_NaN();
-        }
-        sycl::event e = call(ptrs);
-        e.wait_and_throw();
-        queue.wait_and_throw();
-        for (std::size_t k = 0; k < N; ++k)
-            out->push_back({names[k], std::vector<double>(ptrs[k], ptrs[k] + n_dims)});
-    }
+void wait(sycl::queue& q, sycl::event e) {
+    e.wait_and_throw();
+    q.wait_and_throw();
+}
+
+std::string number_text(double v) {
+    char buf[32];
+    std::snprintf(buf, sizeof buf, "%.17g", v);
+    return buf;
+}
+
+// Which library calls the asked families need.
+struct needs {
+    bool mean = false;
+    bool raw = false;
+    bool central = false;
+    bool min = false;
+    bool max = false;
 };
 
-template <int M, typename T, stats::layout L>
-void run_family(run_state<T>& s, const stats::dataset<L, T*>& data, const std::string& family) {
-    auto& q = s.queue;
-    T* um = s.user_mean;
-    using p1 = std::array<T*, 1>;
-    using p2 = std::array<T*, 2>;
-    using p3 = std::array<T*, 3>;
-    using p4 = std::array<T*, 4>;
-    if (family == "mean") {
-        s.template outputs<1>({"mean"}, [&](p1 o) { return stats::mean<M, T, L>(q, data, o[0]); });
-    } else if (family == "raw_sum") {
-        s.template outputs<4>({"s1", "s2", "s3", "s4"}, [&](p4 o) {
-            return stats::raw_sum<M, T, L>(q, data, o[0], o[1], o[2], o[3]);
-        });
-    } else if (family == "raw_moment") {
-        s.template outputs<4>({"r1", "r2", "r3", "r4"}, [&](p4 o) {
-            return stats::raw_moment<M, T, L>(q, data, o[0], o[1], o[2], o[3]);
-        });
-    } else if (family == "central_sum") {
-        s.template outputs<3>({"cs2", "cs3", "cs4"}, [&](p3 o) {
-            return um ? stats::central_sum<1, T, L>(q, um, data, o[0], o[1], o[2])
-                      : stats::central_sum<M, T, L>(q, data, o[0], o[1], o[2]);
-        });
-    } else if (family == "central_moment") {
-        s.template outputs<3>({"c2", "c3", "c4"}, [&](p3 o) {
-            return um ? stats::central_moment<1, T, L>(q, um, data, o[0], o[1], o[2])
-                      : stats::central_moment<M, T, L>(q, data, o[0], o[1], o[2]);
-        });
-    } else if (family == "variation") {
-        s.template outputs<1>({"variation"}, [&](p1 o) {
-            return um ? stats::variation<1, T, L>(q, um, data, o[0])
-                      : stats::variation<M, T, L>(q, data, o[0]);
-        });
-    } else if (family == "skewness") {
-        s.template outputs<1>({"skewness"}, [&](p1 o) {
-            return um ? stats::skewness<1, T, L>(q, um, data, o[0])
-                      : stats::skewness<M, T, L>(q, data, o[0]);
-        });
-    } else if (family == "kurtosis") {
-        s.template outputs<1>({"kurtosis"}, [&](p1 o) {
-            return um ? stats::kurtosis<1, T, L>(q, um, data, o[0])
-                      : stats::kurtosis<M, T, L>(q, data, o[0]);
-        });
-    } else if (family == "min") {
-        // The extremes exist with the method value 1 alone.
-        s.template outputs<1>({"min"}, [&](p1 o) { return stats::min<1, T, L>(q, data, o[0]); });
-    } else if (family == "max") {
-        s.template outputs<1>({"max"}, [&](p1 o) { return stats::max<1, T, L>(q, data, o[0]); });
-    } else if (family == "min_max") {
-        s.template outputs<2>({"min", "max"},
-                              [&](p2 o) { return stats::min_max<1, T, L>(q, data, o[0], o[1]); });
+needs needs_of(const std::vector<std::string>& families) {
+    needs n;
+    for (const std::string& f : families) {
+        n.raw = n.raw || f == "raw_sum" || f == "raw_moment";
+        n.central = n.central || f == "central_sum" || f == "central_moment" || f == "variation" ||
+                    f == "skewness" || f == "kurtosis";
+        n.min = n.min || f == "min" || f == "min_max";
+        n.max = n.max || f == "max" || f == "min_max";
     }
+    for (const std::string& f : families)
+        n.mean = n.mean || f == "mean" || f == "raw_moment" || n.central;
+    return n;
 }
 
 template <typename T>
-std::vector<quantity> compute_in(sycl::queue& q, const stats_job& job, const tool_options& o) {
-    const data_matrix& m = job.data;
-    shared_array<T> obs(q, m.values.size());
-    for (std::size_t k = 0; k < m.values.size(); ++k)
-        obs.ptr[k] = static_cast<T>(m.values[k]);
-    std::unique_ptr<shared_array<T>> weights;
-    if (!job.weights.empty()) {
-        weights = std::make_unique<shared_array<T>>(q, job.weights.size());
-        for (std::size_t k = 0; k < job.weights.size(); ++k)
-            weights->ptr[k] = static_cast<T>(job.weights[k]);
-    }
-    std::unique_ptr<shared_array<std::int64_t>> indices;
-    if (!job.indices.empty()) {
-        indices = std::make_unique<shared_array<std::int64_t>>(q, job.indices.size());
-        std::copy(job.indices.begin(), job.indices.end(), indices->ptr);
-    }
-    std::unique_ptr<shared_array<T>> user_mean;
-    if (!job.user_mean.empty()) {
-        user_mean = std::make_unique<shared_array<T>>(q, job.user_mean.size());
-        for (std::size_t k = 0; k < job.user_mean.size(); ++k)
-            user_mean->ptr[k] = static_cast<T>(job.user_mean[k]);
+struct chunk_engine {
+    chunk_engine(sycl::queue& q_, data_source& data_, stats_job& job_, const tool_options& o_)
+        : q(q_),
+          data(data_),
+          job(job_),
+          o(o_),
+          need(needs_of(o_.estimates)),
+          gpu(q_.get_device().is_gpu()),
+          ncol(static_cast<std::size_t>(data_.n_dims)),
+          cap(chunk_rows(o_, data_)),
+          obs(q_, static_cast<std::size_t>(cap) * ncol),
+          weights(q_, weighted(job_) ? static_cast<std::size_t>(cap) : 1),
+          out(q_, 12 * ncol),
+          total(ncol) {
+        if (!job.indices.empty()) {
+            indices = std::make_unique<usm_array<std::int64_t>>(q, ncol);
+            std::copy(job.indices.begin(), job.indices.end(), indices->ptr);
+        }
+        std::fill(centre(), centre() + ncol, T(0));
+        for (std::size_t d = 0; d < job.columns.size(); ++d)
+            centre()[job.columns[d]] = job.user_mean.empty() ? T(0) : T(job.user_mean[d]);
+        if (!job.weights_file.empty()) {
+            tool_options w;
+            w.raw_float32 = o.raw_float32;
+            w.raw_dims = 1;
+            weight_source = open_source(job.weights_file, w);
+            if (weight_source->n_dims != 1)
+                throw input_error(job.weights_file + ": " + std::to_string(weight_source->n_dims) +
+                                  " columns; a weights file has one");
+        }
     }
 
-    std::vector<quantity> out;
-    run_state<T> s{
-        q, {}, {}, user_mean ? user_mean->ptr : nullptr, static_cast<std::size_t>(m.n_dims), &out};
-    T* w = weights ? weights->ptr : nullptr;
-    std::int64_t* ix = indices ? indices->ptr : nullptr;
-    const stats::dataset<stats::row_major, T*> row(m.n_dims, m.n_observations, obs.ptr, w, ix);
-    const stats::dataset<stats::col_major, T*> col(m.n_dims, m.n_observations, obs.ptr, w, ix);
-    for (const std::string& family : o.estimates) {
-        if (m.row_major)
-            o.method == 2 ? run_family<2>(s, row, family) : run_family<1>(s, row, family);
-        else
-            o.method == 2 ? run_family<2>(s, col, family) : run_family<1>(s, col, family);
+    // Outputs of the library, one array of ncol each.
+    T* mean() { return out.ptr; }
+    T* mean2() { return out.ptr + ncol; }
+    T* s(int k) { return out.ptr + (1 + k) * ncol; }   // k from 1 to 4
+    T* cs(int k) { return out.ptr + (4 + k) * ncol; }  // k from 2 to 4
+    T* mn() { return out.ptr + 9 * ncol; }
+    T* mx() { return out.ptr + 10 * ncol; }
+    T* centre() { return out.ptr + 11 * ncol; }
+
+    bool column_kept(std::size_t c) const { return job.indices.empty() || job.indices[c] != 0; }
+    std::size_t at(std::size_t c, std::size_t i, std::size_t rows) const {
+        return data.row_major ? c * rows + i : i * ncol + c;
     }
-    // A skipped dimension keeps the NaN it was given; mark it so whatever the engine left.
-    for (quantity& qy : out)
-        for (std::size_t d = 0; d < qy.values.size(); ++d)
-            if (!kept(job, static_cast<std::int64_t>(d)))
-                qy.values[d] = std::numeric_limits<double>::quiet_NaN();
-    return out;
+
+    void run() {
+        while (const std::int64_t r = data.read(chunk_of(obs.ptr), cap)) {
+            job.n_observations += r;
+            chunk(r);
+        }
+        if (weight_source) {
+            const std::int64_t extra = count_rest(*weight_source, weights.ptr, cap);
+            if (extra > 0)
+                weights_mismatch(job.n_observations + extra, job.n_observations);
+        }
+        if (weighted(job) && !(weight_total > 0))
+            throw input_error(weight_where() + ": every weight is 0, so no observation counts");
+    }
+
+    static std::int64_t count_rest(data_source& s, T* scratch, std::int64_t rows) {
+        std::int64_t n = 0;
+        while (const std::int64_t r = s.read(chunk_of(scratch), rows))
+            n += r;
+        return n;
+    }
+
+    [[noreturn]] void weights_mismatch(std::int64_t n_weights, std::int64_t n_observations) {
+        throw input_error(job.weights_file + ": " + std::to_string(n_weights) + " weights for " +
+                          std::to_string(n_observations) + " observations");
+    }
+
+    std::string weight_where() const {
+        if (!job.weights_file.empty())
+            return job.weights_file;
+        return data.path + ", column " + std::to_string(job.weight_column + 1);
+    }
+
+    void chunk(std::int64_t r) {
+        stats::partial<double> base;
+        base.w = base.w2 = static_cast<double>(r);
+        std::int64_t n = r;
+        if (weighted(job)) {
+            bool zeros = false;
+            load_weights(r, base, zeros);
+            if (!(base.w > 0))
+                return;  // nothing of this chunk counts
+            // A GPU counts a weight of 0 as 1: such observations are taken out first.
+            if (gpu && zeros)
+                n = drop_unweighted(r);
+        }
+        if (data.row_major)
+            o.method == 2 ? calls<2, stats::row_major>(n) : calls<1, stats::row_major>(n);
+        else
+            o.method == 2 ? calls<2, stats::col_major>(n) : calls<1, stats::col_major>(n);
+
+        for (std::size_t c = 0; c < ncol; ++c) {
+            if (!column_kept(c))
+                continue;
+            stats::partial<double> p = base;
+            p.mean = need.mean ? mean()[c] : 0;
+            if (need.central && gpu && job.user_mean.empty())
+                p.mean += mean2()[c];
+            if (need.raw)
+                std::tie(p.s1, p.s2, p.s3, p.s4) = std::tuple(s(1)[c], s(2)[c], s(3)[c], s(4)[c]);
+            if (need.central)
+                std::tie(p.cs2, p.cs3, p.cs4) = std::tuple(cs(2)[c], cs(3)[c], cs(4)[c]);
+            if (need.min)
+                p.min = mn()[c];
+            if (need.max)
+                p.max = mx()[c];
+            total[c] = job.user_mean.empty() ? stats::merge(total[c], p)
+                                             : stats::merge_about_centre(total[c], p);
+        }
+    }
+
+    void load_weights(std::int64_t r, stats::partial<double>& base, bool& zeros) {
+        T* w = weights.ptr;
+        const auto rows = static_cast<std::size_t>(r);
+        if (job.weight_column >= 0) {
+            const auto wc = static_cast<std::size_t>(job.weight_column);
+            for (std::size_t i = 0; i < rows; ++i)
+                w[i] = obs.ptr[at(wc, i, rows)];
+        } else {
+            const std::int64_t got = weight_source->read(chunk_of(w), r);
+            if (got < r) {
+                const std::int64_t before = job.n_observations - r;
+                weights_mismatch(before + got, job.n_observations + count_rest(data, obs.ptr, cap));
+            }
+        }
+        base.w = base.w2 = 0;
+        for (std::size_t i = 0; i < rows; ++i) {
+            const double v = w[i];
+            if (!std::isfinite(v) || v < 0)
+                throw input_error(
+                    weight_where() + ", observation " +
+                    std::to_string(job.n_observations - r + 1 + static_cast<std::int64_t>(i)) +
+                    ": the weight " + number_text(v) + " is " +
+                    (std::isfinite(v) ? "negative" : "not a finite number") +
+                    " (weights are finite, 0 or more)");
+            base.w += v;
+            base.w2 += v * v;
+            zeros = zeros || v == 0;
+        }
+        weight_total += base.w;
+    }
+
+    // Moves the observations of positive weight to the front, in order. Returns their number.
+    std::int64_t drop_unweighted(std::int64_t r) {
+        T* w = weights.ptr;
+        T* x = obs.ptr;
+        const auto rows = static_cast<std::size_t>(r);
+        std::size_t kept_rows = 0;
+        for (std::size_t i = 0; i < rows; ++i)
+            kept_rows += w[i] != 0;
+        for (std::size_t c = 0; c < ncol; ++c) {
+            std::size_t k = 0;
+            for (std::size_t i = 0; i < rows; ++i)
+                if (w[i] != 0)
+                    x[at(c, k++, kept_rows)] = x[at(c, i, rows)];
+        }
+        std::size_t k = 0;
+        for (std::size_t i = 0; i < rows; ++i)
+            if (w[i] != 0)
+                w[k++] = w[i];
+        return static_cast<std::int64_t>(kept_rows);
+    }
+
+    template <int M, stats::layout L>
+    void calls(std::int64_t n) {
+        const stats::dataset<L, T*> d(static_cast<std::int64_t>(ncol), n, obs.ptr,
+                                      weighted(job) ? weights.ptr : nullptr,
+                                      indices ? indices->ptr : nullptr);
+        if (need.raw)
+            wait(q, stats::raw_sum<M, T, L>(q, d, s(1), s(2), s(3), s(4)));
+        if (need.min && need.max)
+            wait(q, stats::min_max<1, T, L>(q, d, mn(), mx()));
+        else if (need.min)
+            wait(q, stats::min<1, T, L>(q, d, mn()));
+        else if (need.max)
+            wait(q, stats::max<1, T, L>(q, d, mx()));
+        if (need.mean || (gpu && (need.min || need.max)))
+            wait(q, stats::mean<M, T, L>(q, d, mean()));
+        if (gpu && (need.min || need.max))
+            recompute_extremes<L>(d);
+        if (!need.central)
+            return;
+        if (!job.user_mean.empty()) {
+            wait(q, stats::central_sum<1, T, L>(q, centre(), d, cs(2), cs(3), cs(4)));
+        } else if (!gpu) {
+            wait(q, stats::central_sum<M, T, L>(q, d, cs(2), cs(3), cs(4)));
+        } else {
+            // Second pass: the deviations from the first mean, whose own mean and central sums
+            // carry the digits that the first mean's rounding lost.
+            const auto rows = static_cast<std::size_t>(n);
+            for (std::size_t c = 0; c < ncol; ++c)
+                if (column_kept(c))
+                    for (std::size_t i = 0; i < rows; ++i)
+                        obs.ptr[at(c, i, rows)] -= mean()[c];
+            wait(q, stats::mean<1, T, L>(q, d, mean2()));
+            wait(q, stats::central_sum<1, T, L>(q, mean2(), d, cs(2), cs(3), cs(4)));
+        }
+    }
+
+    // The GPU seeds the minimum with the largest finite value and clamps the maximum at the
+    // smallest positive normal one, and its comparisons pass over a NaN: a result equal to a
+    // seed or clamp, or of a dimension whose mean is NaN, may be wrong and is computed again
+    // on the CPU.
+    template <stats::layout L>
+    void recompute_extremes(const stats::dataset<L, T*>& d) {
+        std::vector<std::int64_t> redo(ncol, 0);
+        bool any = false;
+        for (std::size_t c = 0; c < ncol; ++c) {
+            if (!column_kept(c))
+                continue;
+            redo[c] = (need.min && mn()[c] == std::numeric_limits<T>::max()) ||
+                      (need.max && mx()[c] == std::numeric_limits<T>::min()) ||
+                      std::isnan(mean()[c]);
+            any = any || redo[c];
+        }
+        if (!any)
+            return;
+        if (!cpu)
+            cpu.emplace(sycl::cpu_selector_v, rethrow_all);
+        const auto values = static_cast<std::size_t>(d.n_observations) * ncol;
+        usm_array<T> x(*cpu, values);
+        usm_array<T> w(*cpu, static_cast<std::size_t>(d.n_observations));
+        usm_array<std::int64_t> ix(*cpu, ncol);
+        usm_array<T> a(*cpu, ncol);
+        usm_array<T> b(*cpu, ncol);
+        std::copy(obs.ptr, obs.ptr + values, x.ptr);
+        if (d.weights)
+            std::copy(d.weights, d.weights + d.n_observations, w.ptr);
+        std::copy(redo.begin(), redo.end(), ix.ptr);
+        const stats::dataset<L, T*> on_cpu(d.n_dims, d.n_observations, x.ptr,
+                                           d.weights ? w.ptr : nullptr, ix.ptr);
+        wait(*cpu, stats::min_max<1, T, L>(*cpu, on_cpu, a.ptr, b.ptr));
+        for (std::size_t c = 0; c < ncol; ++c)
+            if (redo[c]) {
+                mn()[c] = a.ptr[c];
+                mx()[c] = b.ptr[c];
+            }
+    }
+
+    std::vector<quantity> results() const {
+        std::vector<quantity> rows;
+        const std::size_t dims = job.columns.size();
+        auto add = [&](const char* name, auto value) {
+            quantity qy{name, std::vector<double>(dims, std::numeric_limits<double>::quiet_NaN())};
+            for (std::size_t d = 0; d < dims; ++d) {
+                const auto c = static_cast<std::size_t>(job.columns[d]);
+                if (!column_kept(c))
+                    continue;
+                const stats::partial<double>& p = total[c];
+                const double centre = job.user_mean.empty() ? p.mean : job.user_mean[d];
+                qy.values[d] = value(p, stats::finish(p, centre));
+                if (o.use_float)  // results in float, whatever the merge was carried out in
+                    qy.values[d] = static_cast<float>(qy.values[d]);
+            }
+            rows.push_back(std::move(qy));
+        };
+        using P = const stats::partial<double>&;
+        using F = const stats::finished<double>&;
+        for (const std::string& f : o.estimates) {
+            if (f == "mean")
+                add("mean", [](P, F e) { return e.mean; });
+            if (f == "raw_sum") {
+                add("s1", [](P p, F) { return p.s1; });
+                add("s2", [](P p, F) { return p.s2; });
+                add("s3", [](P p, F) { return p.s3; });
+                add("s4", [](P p, F) { return p.s4; });
+            }
+            if (f == "raw_moment") {
+                add("r1", [](P, F e) { return e.mean; });
+                add("r2", [](P, F e) { return e.r2; });
+                add("r3", [](P, F e) { return e.r3; });
+                add("r4", [](P, F e) { return e.r4; });
+            }
+            if (f == "central_sum") {
+                add("cs2", [](P p, F) { return p.cs2; });
+                add("cs3", [](P p, F) { return p.cs3; });
+                add("cs4", [](P p, F) { return p.cs4; });
+            }
+            if (f == "central_moment") {
+                add("c2", [](P, F e) { return e.c2; });
+                add("c3", [](P, F e) { return e.c3; });
+                add("c4", [](P, F e) { return e.c4; });
+            }
+            if (f == "variation")
+                add("variation", [](P, F e) { return e.variation; });
+            if (f == "skewness")
+                add("skewness", [](P, F e) { return e.skewness; });
+            if (f == "kurtosis")
+                add("kurtosis", [](P, F e) { return e.kurtosis; });
+            if (f == "min" || f == "min_max")
+                add("min", [](P p, F) { return p.min; });
+            if (f == "max" || f == "min_max")
+                add("max", [](P p, F) { return p.max; });
+        }
+        return rows;
+    }
+
+    sycl::queue& q;
+    data_source& data;
+    stats_job& job;
+    const tool_options& o;
+    needs need;
+    bool gpu;
+    std::size_t ncol;
+    std::int64_t cap;
+    usm_array<T> obs;
+    usm_array<T> weights;
+    usm_array<T> out;
+    std::unique_ptr<usm_array<std::int64_t>> indices;
+    std::unique_ptr<data_source> weight_source;
+    std::optional<sycl::queue> cpu;
+    std::vector<stats::partial<double>> total;
+    double weight_total = 0;
+};
+
+template <typename T>
+std::vector<quantity> compute_in(sycl::queue& q,
+                                 data_source& data,
+                                 stats_job& job,
+                                 const tool_options& o) {
+    chunk_engine<T> engine(q, data, job, o);
+    engine.run();
+    return engine.results();
 }
 
 }  // namespace
 
+std::int64_t chunk_rows(const tool_options& o, const data_source& data) {
+    const auto row_bytes = static_cast<std::uint64_t>(std::max<std::int64_t>(data.n_dims, 1)) * 8;
+    std::int64_t rows = o.chunk_rows;
+    if (rows == 0) {
+        const long pages = sysconf(_SC_PHYS_PAGES);
+        const long page = sysconf(_SC_PAGE_SIZE);
+        const std::uint64_t memory = pages > 0 && page > 0 ? static_cast<std::uint64_t>(pages) *
+                                                                 static_cast<std::uint64_t>(page)
+                                                           : std::uint64_t(1) << 30;
+        const std::uint64_t bytes = std::clamp<std::uint64_t>(memory / 32, std::uint64_t(16) << 20,
+                                                              std::uint64_t(256) << 20);
+        rows = static_cast<std::int64_t>(std::max<std::uint64_t>(1, bytes / row_bytes));
+    }
+    if (data.total >= 0)
+        rows = std::min(rows, data.total);
+    std::uint64_t bytes = 0;
+    if (__builtin_mul_overflow(static_cast<std::uint64_t>(rows), row_bytes, &bytes) ||
+        bytes > (std::uint64_t(1) << 62))
+        throw input_error("--chunk-rows: " + std::to_string(rows) + " observations of " +
+                          std::to_string(data.n_dims) + " dimensions do not fit in memory");
+    return std::max<std::int64_t>(rows, 1);
+}
+
 sycl::queue make_queue(device_choice device) {
-    // Errors of host tasks and kernels arrive here and are rethrown by wait_and_throw.
-    auto handler = [](sycl::exception_list errors) {
-        for (const std::exception_ptr& e : errors)
-            std::rethrow_exception(e);
-    };
     try {
-        switch (device) {
-            case device_choice::cpu:
-                return sycl::queue(sycl::cpu_selector_v, handler);
-            case device_choice::gpu:
-                return sycl::queue(sycl::gpu_selector_v, handler);
-            default:
-                return sycl::queue(sycl::default_selector_v, handler);
-        }
+        if (device == device_choice::gpu)
+            return sycl::queue(sycl::gpu_selector_v, rethrow_all);
+        return sycl::queue(sycl::cpu_selector_v, rethrow_all);
     } catch (const sycl::exception& e) {
-        const char* kind = device == device_choice::cpu   ? "CPU"
-                           : device == device_choice::gpu ? "GPU"
-                                                          : "SYCL";
-        throw input_error(std::string("no ") + kind + " device: " + e.what());
+        throw input_error(std::string("no ") + (device == device_choice::gpu ? "GPU" : "CPU") +
+                          " device: " + e.what());
     }
 }
 
 std::vector<quantity> compute(sycl::queue& queue,
-                              const stats_job& job,
+                              data_source& data,
+                              stats_job& job,
                               const tool_options& options) {
-    return options.use_float ? compute_in<float>(queue, job, options)
-                             : compute_in<double>(queue, job, options);
+    return options.use_float ? compute_in<float>(queue, data, job, options)
+                             : compute_in<double>(queue, data, job, options);
 }
 
 }  // namespace qnd_stats

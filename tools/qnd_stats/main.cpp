@@ -1,13 +1,14 @@
 // qnd-stats: summary statistics of each dimension of a data file, computed by the library.
 #include <cstdio>
 #include <exception>
+#include <memory>
 #include <string>
 
 #include <sycl/sycl.hpp>
 #include <tavrel/qnd/exceptions.hpp>
 
 #include "compute.hpp"
-#include "readers.hpp"
+#include "data_source.hpp"
 #include "report.hpp"
 #include "tool_errors.hpp"
 
@@ -36,9 +37,10 @@ int main(int argc, char** argv) {
             std::printf("qnd-stats %s\n", QND_STATS_VERSION);
             return 0;
         }
-        const stats_job job = prepare_job(read_data(options.file, options), options);
+        const std::unique_ptr<data_source> data = open_source(options.file, options);
+        stats_job job = prepare_job(*data, options);
         sycl::queue queue = make_queue(options.device);
-        const std::vector<quantity> results = compute(queue, job, options);
+        const std::vector<quantity> results = compute(queue, *data, job, options);
         const report_context context{options.file,
                                      queue.get_device().get_info<sycl::info::device::name>(),
                                      options.use_float};

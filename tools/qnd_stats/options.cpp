@@ -184,10 +184,10 @@ tool_options parse_options(int argc, const char* const* argv) {
                 choose<bool>(name, take_value(), {{"row_major", true}, {"col_major", false}});
             raw_options = true;
         } else if (name == "--device") {
-            o.device = choose<device_choice>(name, take_value(),
-                                             {{"default", device_choice::default_device},
-                                              {"cpu", device_choice::cpu},
-                                              {"gpu", device_choice::gpu}});
+            o.device = choose<device_choice>(
+                name, take_value(), {{"cpu", device_choice::cpu}, {"gpu", device_choice::gpu}});
+        } else if (name == "--chunk-rows") {
+            o.chunk_rows = positive_count(name, take_value());
         } else if (name == "--type") {
             o.use_float = choose<bool>(name, take_value(), {{"float", true}, {"double", false}});
         } else if (name == "--method") {
@@ -231,6 +231,8 @@ tool_options parse_options(int argc, const char* const* argv) {
         throw usage_error("--weights and --weight-column cannot be used together");
     if (!o.user_mean.empty() && o.method == 2)
         throw usage_error("--mean works with --method fast only");
+    if (o.device == device_choice::gpu && o.method == 2)
+        throw usage_error("--method alternate works with --device cpu only");
     if (o.format == input_format::raw && o.raw_dims == 0)
         throw usage_error("raw input needs --dims");
     if (raw_options && o.format != input_format::raw && o.format != input_format::automatic)
@@ -266,9 +268,19 @@ Input:
                         observations of one dimension are contiguous)
 
 Computation:
-  -d, --device D        default (default), cpu or gpu
+  -d, --device D        cpu (default) or gpu. The CPU engine is exact to the last
+                        digits for any data. On a GPU the central sums, variation,
+                        skewness and kurtosis are taken in two passes (the mean
+                        first, then sums of deviations around it), and a minimum
+                        or maximum that meets the GPU's seed or clamp value is
+                        computed again on the CPU. hostsycl's GPU is emulated on
+                        host threads: a test device, much slower than cpu.
   -t, --type T          arithmetic in double (default) or float
-      --method M        fast (default) or alternate
+      --method M        fast (default) or alternate (cpu only)
+      --chunk-rows N    observations read and computed at a time (default: as
+                        many as fill 1/32 of the memory, at most 256 MiB); the
+                        chunks' results are merged exactly, so a file of any
+                        size, or a pipe, is described in bounded memory
   -w, --weights FILE    one weight per observation, in a file of one column
       --weight-column C the column (number from 1, or name) that holds the
                         weights; it is not a dimension

@@ -9,7 +9,7 @@ namespace qnd_stats {
 
 enum class input_format { automatic, text, csv, npy, raw };
 enum class header_choice { automatic, present, absent };
-enum class device_choice { default_device, cpu, gpu };
+enum class device_choice { cpu, gpu };
 enum class output_format { table, csv, json };
 
 // Everything the command line says; what needs the data (names, counts) is resolved later.
@@ -26,7 +26,8 @@ struct tool_options {
     std::int64_t raw_observations = 0;  // 0: as many as the file holds
     bool raw_row_major = false;
 
-    device_choice device = device_choice::default_device;
+    device_choice device = device_choice::cpu;
+    std::int64_t chunk_rows = 0;  // observations per chunk; 0: sized from the machine's memory
     bool use_float = false;
     int method = 1;
     std::string weights_file;

@@ -55,9 +55,9 @@ std::string json_number(double v, int digits) {
 
 std::vector<std::size_t> kept_dims(const stats_job& job) {
     std::vector<std::size_t> dims;
-    for (std::int64_t d = 0; d < job.data.n_dims; ++d)
+    for (std::size_t d = 0; d < job.columns.size(); ++d)
         if (kept(job, d))
-            dims.push_back(static_cast<std::size_t>(d));
+            dims.push_back(d);
     return dims;
 }
 
@@ -80,11 +80,11 @@ std::string table(const report_context& c,
         for (std::size_t k = 0; k < row.size(); ++k)
             width[k] = std::max(width[k], row[k].size());
 
-    const std::size_t n = static_cast<std::size_t>(job.data.n_observations);
+    const std::size_t n = static_cast<std::size_t>(job.n_observations);
     std::string s =
         c.file + ": " + std::to_string(n) + (n == 1 ? " observation" : " observations") + ", " +
         std::to_string(dims.size()) + (dims.size() == 1 ? " dimension" : " dimensions") +
-        (job.weights.empty() ? "" : ", weighted") +
+        (weighted(job) ? ", weighted" : "") +
         (job.user_mean.empty() ? "" : ", around the given mean") + "; " +
         (c.use_float ? "float" : "double") + " on " + c.device + "\n";
     for (const auto& row : cells) {
@@ -121,8 +121,8 @@ std::string json(const report_context& c,
     s += "  \"file\": " + json_string(c.file) + ",\n";
     s += "  \"device\": " + json_string(c.device) + ",\n";
     s += "  \"type\": \"" + std::string(c.use_float ? "float" : "double") + "\",\n";
-    s += "  \"observations\": " + std::to_string(job.data.n_observations) + ",\n";
-    s += "  \"weighted\": " + std::string(job.weights.empty() ? "false" : "true") + ",\n";
+    s += "  \"observations\": " + std::to_string(job.n_observations) + ",\n";
+    s += "  \"weighted\": " + std::string(weighted(job) ? "true" : "false") + ",\n";
     s += "  \"dimensions\": [";
     const std::vector<std::size_t> dims = kept_dims(job);
     for (std::size_t k = 0; k < dims.size(); ++k) {

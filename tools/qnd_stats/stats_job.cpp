@@ -1,9 +1,8 @@
-// Resolution of the weights, the mask of dimensions and a caller's mean against the data read.
+// Resolution of the weights, the mask of dimensions and a caller's mean against the file's columns.
 #include "stats_job.hpp"
 
 #include <charconv>
 
-#include "readers.hpp"
 #include "tool_errors.hpp"
 
 namespace qnd_stats {
@@ -18,7 +17,7 @@ bool parse_int(const std::string& s, std::int64_t& v) {
 // The 0-based column that `item` names: a header name first, else a number from 1.
 std::int64_t column_of(const std::string& option,
                        const std::string& item,
-                       const data_matrix& data) {
+                       const data_source& data) {
     std::int64_t found = -1;
     for (std::size_t k = 0; k < data.names.size(); ++k) {
         if (data.names[k] != item)
@@ -39,7 +38,7 @@ std::int64_t column_of(const std::string& option,
     return n - 1;
 }
 
-std::vector<bool> resolve_mask(const std::string& text, const data_matrix& data) {
+std::vector<bool> resolve_mask(const std::string& text, const data_source& data) {
     std::vector<bool> keep(static_cast<std::size_t>(data.n_dims), false);
     for (const std::string& item : split_list(text)) {
         if (item.empty())
@@ -62,81 +61,38 @@ std::vector<bool> resolve_mask(const std::string& text, const data_matrix& data)
     return keep;
 }
 
-std::vector<double> read_weights(const std::string& path,
-                                 const tool_options& options,
-                                 std::int64_t n_observations) {
-    tool_options w;
-    w.format = format_of(path);
-    w.raw_float32 = options.raw_float32;
-    w.raw_dims = 1;
-    const data_matrix m = read_data(path, w);
-    if (m.n_dims != 1)
-        throw input_error(path + ": " + std::to_string(m.n_dims) +
-                          " columns; a weights file has one");
-    if (m.n_observations != n_observations)
-        throw input_error(path + ": " + std::to_string(m.n_observations) + " weights for " +
-                          std::to_string(n_observations) + " observations");
-    return m.values;
-}
-
 }  // namespace
 
-stats_job prepare_job(data_matrix data, const tool_options& options) {
+stats_job prepare_job(const data_source& data, const tool_options& options) {
     stats_job job;
-    std::int64_t weight_column = -1;
+    job.n_columns = data.n_dims;
+    job.weights_file = options.weights_file;
     if (!options.weight_column.empty()) {
-        weight_column = column_of("--weight-column", options.weight_column, data);
+        job.weight_column = column_of("--weight-column", options.weight_column, data);
         if (data.n_dims == 1)
             throw input_error("--weight-column: the data's only column cannot be the weights");
     }
     std::vector<bool> keep;
     if (!options.mask.empty()) {
         keep = resolve_mask(options.mask, data);
-        if (weight_column >= 0 && keep[static_cast<std::size_t>(weight_column)])
-            throw input_error("--mask: column " + std::to_string(weight_column + 1) +
+        if (job.weight_column >= 0 && keep[static_cast<std::size_t>(job.weight_column)])
+            throw input_error("--mask: column " + std::to_string(job.weight_column + 1) +
                               " holds the weights and is not a dimension");
     }
-
     // Every column but the weights becomes a dimension, in the file's order.
-    std::vector<std::int64_t> columns;
-    for (std::int64_t k = 0; k < data.n_dims; ++k)
-        if (k != weight_column)
-            columns.push_back(k);
-    for (std::int64_t k : columns) {
+    for (std::int64_t k = 0; k < data.n_dims; ++k) {
         const auto ku = static_cast<std::size_t>(k);
-        job.names.push_back(data.names.empty() ? "x" + std::to_string(k + 1) : data.names[ku]);
-        if (!keep.empty())
-            job.indices.push_back(keep[ku] ? 1 : 0);
+        if (k != job.weight_column) {
+            job.columns.push_back(k);
+            job.names.push_back(data.names.empty() ? "x" + std::to_string(k + 1) : data.names[ku]);
+        }
+        if (!keep.empty() || job.weight_column >= 0)
+            job.indices.push_back(k != job.weight_column && (keep.empty() || keep[ku]) ? 1 : 0);
     }
-
-    if (weight_column >= 0) {
-        job.weights.resize(static_cast<std::size_t>(data.n_observations));
-        for (std::int64_t i = 0; i < data.n_observations; ++i)
-            job.weights[static_cast<std::size_t>(i)] = data.at(weight_column, i);
-        data_matrix dims;
-        dims.n_dims = static_cast<std::int64_t>(columns.size());
-        dims.n_observations = data.n_observations;
-        dims.row_major = data.row_major;
-        dims.values.resize(static_cast<std::size_t>(dims.n_dims * dims.n_observations));
-        for (std::int64_t d = 0; d < dims.n_dims; ++d)
-            for (std::int64_t i = 0; i < dims.n_observations; ++i) {
-                const std::int64_t at =
-                    dims.row_major ? d * dims.n_observations + i : i * dims.n_dims + d;
-                dims.values[static_cast<std::size_t>(at)] =
-                    data.at(columns[static_cast<std::size_t>(d)], i);
-            }
-        job.data = std::move(dims);
-    } else {
-        job.data = std::move(data);
-    }
-    job.data.names.clear();
-
-    if (!options.weights_file.empty())
-        job.weights = read_weights(options.weights_file, options, job.data.n_observations);
 
     if (!options.user_mean.empty()) {
         const std::vector<std::string> items = split_list(options.user_mean);
-        const auto n = static_cast<std::size_t>(job.data.n_dims);
+        const std::size_t n = job.columns.size();
         if (items.size() != 1 && items.size() != n)
             throw input_error("--mean: " + std::to_string(items.size()) + " values for " +
                               std::to_string(n) + " dimensions (give one, or one per dimension)");
