@@ -346,7 +346,13 @@ struct text_source : data_source {
             starts.push_back(at);
         }
         starts.push_back(cut);
-        pieces.assign(n, piece{});
+        // Each piece keeps its array from block to block: no fresh pages to fault in each time.
+        pieces.resize(n);
+        for (piece& pc : pieces) {
+            pc.values.clear();
+            pc.rows = pc.lines = 0;
+            pc.error_line = -1;
+        }
         auto work = [&](std::size_t k) {
             parse_piece(buf.data() + starts[k], buf.data() + starts[k + 1], delimiter,
                         static_cast<std::size_t>(n_dims), first_line, pieces[k]);
@@ -393,7 +399,6 @@ struct text_source : data_source {
             if (row_at == pc.rows) {
                 ++piece_at;
                 row_at = 0;
-                pc.values = {};
             }
         }
         rows += got;
