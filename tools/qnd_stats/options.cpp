@@ -5,6 +5,8 @@
 #include <charconv>
 #include <cstring>
 
+#include <CLI/CLI.hpp>
+
 #include "tool_errors.hpp"
 
 namespace qnd_stats {
@@ -30,7 +32,7 @@ std::vector<std::string> split_list(const std::string& text) {
 
 namespace {
 
-std::string quoted(const std::string& s) {
+std::string in_quotes(const std::string& s) {
     return "'" + s + "'";
 }
 
@@ -46,7 +48,7 @@ E choose(const std::string& option,
         names += names.empty() ? "" : ", ";
         names += w.first;
     }
-    throw usage_error(option + ": " + quoted(value) + " is not one of " + names);
+    throw usage_error(option + ": " + in_quotes(value) + " is not one of " + names);
 }
 
 std::int64_t positive_count(const std::string& option, const std::string& value) {
@@ -54,7 +56,7 @@ std::int64_t positive_count(const std::string& option, const std::string& value)
     const char* end = value.data() + value.size();
     const auto r = std::from_chars(value.data(), end, n);
     if (value.empty() || r.ec != std::errc() || r.ptr != end || n < 1)
-        throw usage_error(option + ": " + quoted(value) + " is not a positive whole number");
+        throw usage_error(option + ": " + in_quotes(value) + " is not a positive whole number");
     return n;
 }
 
@@ -68,7 +70,7 @@ std::vector<std::string> parse_estimates(const std::string& value) {
         }
         const auto it = std::find(all_families().begin(), all_families().end(), item);
         if (it == all_families().end())
-            throw usage_error("--estimates: " + quoted(item) +
+            throw usage_error("--estimates: " + in_quotes(item) +
                               " is not an estimate (see --help for the list)");
         wanted[static_cast<std::size_t>(it - all_families().begin())] = true;
     }
@@ -87,7 +89,7 @@ char parse_delimiter(const std::string& value) {
     if (value == "tab" || value == "\\t")
         return '\t';
     if (value.size() != 1 || value == "\"" || value == "." || value == "-" || value == "+")
-        throw usage_error("--delimiter: " + quoted(value) +
+        throw usage_error("--delimiter: " + in_quotes(value) +
                           " is not a single character that can separate numbers");
     return value[0];
 }
@@ -96,129 +98,121 @@ char parse_delimiter(const std::string& value) {
 
 tool_options parse_options(int argc, const char* const* argv) {
     tool_options o;
+    // Flags take no value, not even the "--flag=yes" that the parser would read as true.
+    for (int i = 1; i < argc && std::string(argv[i]) != "--"; ++i)
+        for (const char* flag : {"--help", "--version", "--header", "--no-header"})
+            if (std::string(argv[i]).rfind(std::string(flag) + "=", 0) == 0)
+                throw usage_error(std::string("option ") + flag + " takes no value");
+
+    // The parser takes the words last first; "--name=value" becomes two of them, so that an
+    // empty value stays a value.
+    std::vector<std::string> words;
+    bool after_separator = false;
+    for (int i = argc - 1; i > 0; --i)
+        words.push_back(argv[i]);
+    for (std::size_t k = words.size(); k-- > 0;) {
+        after_separator = after_separator || words[k] == "--";
+        const std::size_t eq = words[k].find('=');
+        if (!after_separator && words[k].rfind("--", 0) == 0 && eq != std::string::npos) {
+            const std::string name = words[k].substr(0, eq);
+            words[k] = words[k].substr(eq + 1);
+            words.insert(words.begin() + static_cast<std::ptrdiff_t>(k) + 1, name);
+        }
+    }
+
     bool estimates_given = false;
     bool raw_options = false;
-    for (int i = 1; i < argc; ++i) {
-        std::string arg = argv[i];
-        if (arg == "--") {
-            for (++i; i < argc; ++i) {
-                if (!o.file.empty())
-                    throw usage_error("more than one data file given: " + quoted(o.file) + " and " +
-                                      quoted(argv[i]));
-                o.file = argv[i];
-            }
-            break;
-        }
-        if (arg.size() < 2 || arg[0] != '-') {
-            if (!o.file.empty())
-                throw usage_error("more than one data file given: " + quoted(o.file) + " and " +
-                                  quoted(arg));
-            o.file = arg;
+    CLI::App app;
+    app.set_help_flag();
+    app.allow_extras();
+    app.add_option("file", o.file);
+    app.add_flag("-h,--help", o.help);
+    app.add_flag("-V,--version", o.version);
+    app.add_flag_callback("--header", [&] { o.header = header_choice::present; });
+    app.add_flag_callback("--no-header", [&] { o.header = header_choice::absent; });
+    // Each value is checked here, so that its refusal names the option in the words of --help.
+    const auto value = [&](const char* names, auto set) {
+        const std::string name = std::string(names).substr(std::string(names).find("--"));
+        app.add_option_function<std::string>(names,
+                                             [set, name](const std::string& v) { set(name, v); });
+    };
+    value("-f,--format", [&](const std::string& n, const std::string& v) {
+        o.format = choose<input_format>(n, v,
+                                        {{"auto", input_format::automatic},
+                                         {"text", input_format::text},
+                                         {"csv", input_format::csv},
+                                         {"npy", input_format::npy},
+                                         {"raw", input_format::raw}});
+    });
+    value("--delimiter",
+          [&](const std::string&, const std::string& v) { o.delimiter = parse_delimiter(v); });
+    value("--raw-type", [&](const std::string& n, const std::string& v) {
+        o.raw_float32 = choose<bool>(n, v, {{"float32", true}, {"float64", false}});
+        raw_options = true;
+    });
+    value("--dims", [&](const std::string& n, const std::string& v) {
+        o.raw_dims = positive_count(n, v);
+        raw_options = true;
+    });
+    value("--observations", [&](const std::string& n, const std::string& v) {
+        o.raw_observations = positive_count(n, v);
+        raw_options = true;
+    });
+    value("--layout", [&](const std::string& n, const std::string& v) {
+        o.raw_row_major = choose<bool>(n, v, {{"row_major", true}, {"col_major", false}});
+        raw_options = true;
+    });
+    value("-d,--device", [&](const std::string& n, const std::string& v) {
+        o.device =
+            choose<device_choice>(n, v, {{"cpu", device_choice::cpu}, {"gpu", device_choice::gpu}});
+    });
+    value("--chunk-rows",
+          [&](const std::string& n, const std::string& v) { o.chunk_rows = positive_count(n, v); });
+    value("-t,--type", [&](const std::string& n, const std::string& v) {
+        o.use_float = choose<bool>(n, v, {{"float", true}, {"double", false}});
+    });
+    value("--method", [&](const std::string& n, const std::string& v) {
+        o.method = choose<int>(n, v, {{"fast", 1}, {"alternate", 2}});
+    });
+    const auto text = [&](const char* names, std::string& to, const char* empty) {
+        value(names, [&to, empty](const std::string&, const std::string& v) {
+            if (v.empty())
+                throw usage_error(empty);
+            to = v;
+        });
+    };
+    text("-w,--weights", o.weights_file, "--weights: the file name is empty");
+    text("--weight-column", o.weight_column, "--weight-column: the column is empty");
+    text("-m,--mask", o.mask, "--mask: the list of dimensions is empty");
+    text("--mean", o.user_mean, "--mean: the list of means is empty");
+    value("-e,--estimates", [&](const std::string&, const std::string& v) {
+        o.estimates = parse_estimates(v);
+        estimates_given = true;
+    });
+    value("-o,--output", [&](const std::string& n, const std::string& v) {
+        o.output = choose<output_format>(n, v,
+                                         {{"table", output_format::table},
+                                          {"csv", output_format::csv},
+                                          {"json", output_format::json}});
+    });
+    try {
+        app.parse(words);
+    } catch (const CLI::ArgumentMismatch& e) {
+        // "--device: 1 required TEXT missing": an option at the end without its value.
+        const std::string what = e.what();
+        throw usage_error("option " + what.substr(0, what.find(':')) + " needs a value");
+    } catch (const CLI::ParseError& e) {
+        throw usage_error(e.what());
+    }
+    // What the parser did not take: an unknown option, or a second file.
+    for (const std::string& extra : app.remaining()) {
+        if (extra == "--")
             continue;
-        }
-        // "--name=value" or "--name value"; short options take their value as the next word.
-        std::string name = arg;
-        std::string value;
-        bool has_inline_value = false;
-        if (arg.rfind("--", 0) == 0) {
-            const std::size_t eq = arg.find('=');
-            if (eq != std::string::npos) {
-                name = arg.substr(0, eq);
-                value = arg.substr(eq + 1);
-                has_inline_value = true;
-            }
-        }
-        static const std::vector<std::pair<const char*, const char*>> short_names = {
-            {"-h", "--help"},      {"-V", "--version"}, {"-d", "--device"},
-            {"-t", "--type"},      {"-w", "--weights"}, {"-m", "--mask"},
-            {"-e", "--estimates"}, {"-o", "--output"},  {"-f", "--format"}};
-        for (const auto& s : short_names)
-            if (name == s.first)
-                name = s.second;
-
-        auto flag = [&]() {
-            if (has_inline_value)
-                throw usage_error("option " + name + " takes no value");
-        };
-        auto take_value = [&]() -> std::string {
-            if (has_inline_value)
-                return value;
-            if (i + 1 >= argc)
-                throw usage_error("option " + name + " needs a value");
-            return argv[++i];
-        };
-
-        if (name == "--help") {
-            flag();
-            o.help = true;
-        } else if (name == "--version") {
-            flag();
-            o.version = true;
-        } else if (name == "--header") {
-            flag();
-            o.header = header_choice::present;
-        } else if (name == "--no-header") {
-            flag();
-            o.header = header_choice::absent;
-        } else if (name == "--format") {
-            o.format = choose<input_format>(name, take_value(),
-                                            {{"auto", input_format::automatic},
-                                             {"text", input_format::text},
-                                             {"csv", input_format::csv},
-                                             {"npy", input_format::npy},
-                                             {"raw", input_format::raw}});
-        } else if (name == "--delimiter") {
-            o.delimiter = parse_delimiter(take_value());
-        } else if (name == "--raw-type") {
-            o.raw_float32 =
-                choose<bool>(name, take_value(), {{"float32", true}, {"float64", false}});
-            raw_options = true;
-        } else if (name == "--dims") {
-            o.raw_dims = positive_count(name, take_value());
-            raw_options = true;
-        } else if (name == "--observations") {
-            o.raw_observations = positive_count(name, take_value());
-            raw_options = true;
-        } else if (name == "--layout") {
-            o.raw_row_major =
-                choose<bool>(name, take_value(), {{"row_major", true}, {"col_major", false}});
-            raw_options = true;
-        } else if (name == "--device") {
-            o.device = choose<device_choice>(
-                name, take_value(), {{"cpu", device_choice::cpu}, {"gpu", device_choice::gpu}});
-        } else if (name == "--chunk-rows") {
-            o.chunk_rows = positive_count(name, take_value());
-        } else if (name == "--type") {
-            o.use_float = choose<bool>(name, take_value(), {{"float", true}, {"double", false}});
-        } else if (name == "--method") {
-            o.method = choose<int>(name, take_value(), {{"fast", 1}, {"alternate", 2}});
-        } else if (name == "--weights") {
-            o.weights_file = take_value();
-            if (o.weights_file.empty())
-                throw usage_error("--weights: the file name is empty");
-        } else if (name == "--weight-column") {
-            o.weight_column = take_value();
-            if (o.weight_column.empty())
-                throw usage_error("--weight-column: the column is empty");
-        } else if (name == "--mask") {
-            o.mask = take_value();
-            if (o.mask.empty())
-                throw usage_error("--mask: the list of dimensions is empty");
-        } else if (name == "--mean") {
-            o.user_mean = take_value();
-            if (o.user_mean.empty())
-                throw usage_error("--mean: the list of means is empty");
-        } else if (name == "--estimates") {
-            o.estimates = parse_estimates(take_value());
-            estimates_given = true;
-        } else if (name == "--output") {
-            o.output = choose<output_format>(name, take_value(),
-                                             {{"table", output_format::table},
-                                              {"csv", output_format::csv},
-                                              {"json", output_format::json}});
-        } else {
-            throw usage_error("unknown option " + quoted(arg) + " (see --help)");
-        }
+        if (extra.size() >= 2 && extra[0] == '-')
+            throw usage_error("unknown option " + in_quotes(extra.substr(0, extra.find('='))) +
+                              " (see --help)");
+        throw usage_error("more than one data file given: " + in_quotes(o.file) + " and " +
+                          in_quotes(extra));
     }
     if (o.help || o.version)
         return o;
