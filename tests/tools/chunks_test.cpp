@@ -52,7 +52,7 @@ std::map<std::string, double> run(sycl::queue& q, const std::string& path, tool_
     const auto source = open_source(path, o);
     stats_job job = prepare_job(*source, o);
     std::map<std::string, double> values;
-    for (const quantity& qy : compute(q, *source, job, o))
+    for (const quantity& qy : finish_results(job, compute(q, *source, job, o), o))
         for (std::size_t d = 0; d < qy.values.size(); ++d)
             values[job.names[d] + " " + qy.name] = qy.values[d];
     return values;

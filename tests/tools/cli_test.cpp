@@ -127,7 +127,7 @@ std::map<std::string, std::map<std::string, double>> computed(const tool_options
     stats_job job = prepare_job(*source, o);
     sycl::queue q = make_queue(o.device);
     std::map<std::string, std::map<std::string, double>> values;
-    for (const quantity& qy : compute(q, *source, job, o))
+    for (const quantity& qy : finish_results(job, compute(q, *source, job, o), o))
         for (std::size_t d = 0; d < job.names.size(); ++d)
             if (kept(job, d))
                 values[qy.name][job.names[d]] = qy.values[d];

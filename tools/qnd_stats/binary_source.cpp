@@ -73,18 +73,22 @@ struct binary_source : data_source {
         }
         const auto r = static_cast<std::size_t>(rows);
         const auto d = static_cast<std::size_t>(n_dims);
+        const auto next = static_cast<std::uint64_t>(first + done);
         if (row_major) {
             // One run of observations per dimension, at its place in the file.
             for (std::size_t k = 0; k < d; ++k)
                 fill(to, k * r, r, [&](void* at, std::size_t bytes, std::uint64_t skip) {
                     in.read_at(at, bytes,
                                data_offset +
-                                   (k * static_cast<std::uint64_t>(total) +
-                                    static_cast<std::uint64_t>(done)) *
-                                       element +
+                                   (k * static_cast<std::uint64_t>(file_total) + next) * element +
                                    skip);
                     return bytes;
                 });
+        } else if (in.seekable) {
+            fill(to, 0, r * d, [&](void* at, std::size_t bytes, std::uint64_t skip) {
+                in.read_at(at, bytes, data_offset + next * d * element + skip);
+                return bytes;
+            });
         } else {
             const std::size_t got = fill(
                 to, 0, r * d,
@@ -170,9 +174,10 @@ struct binary_source : data_source {
             return path + ": " + std::to_string(held) + " bytes are not a whole number of " +
                    "observations of " + std::to_string(n_dims) + " " + type_name() + " values (" +
                    std::to_string(row_bytes) + " bytes each)";
-        const std::uint64_t needed = static_cast<std::uint64_t>(total) * row_bytes;
+        const std::int64_t claimed = file_total >= 0 ? file_total : total;
+        const std::uint64_t needed = static_cast<std::uint64_t>(claimed) * row_bytes;
         if (raw)
-            return path + ": " + std::to_string(total) + " observations of " +
+            return path + ": " + std::to_string(claimed) + " observations of " +
                    std::to_string(n_dims) + " " + type_name() + " values need " +
                    std::to_string(needed) + " bytes, the file holds " + std::to_string(held);
         return path + ": shape " + shape_text + " of " + type_name() + " needs " +
@@ -180,6 +185,18 @@ struct binary_source : data_source {
     }
 
     const char* type_name() const { return float32 ? "float32" : "float64"; }
+
+    // Keeps this process's share of the observations of the whole file.
+    void take_share(const share& of) {
+        file_total = total;
+        if (of.size > 1) {
+            if (!in.seekable)
+                throw usage_error(path + ": standard input cannot be shared by " +
+                                  std::to_string(of.size) + " processes; give a file");
+            first = first_row = of.first_of(total);
+            total = of.first_of(total, 1) - first;
+        }
+    }
 
     byte_input in;
     bool float32 = false;
@@ -189,6 +206,8 @@ struct binary_source : data_source {
     std::size_t element = 8;
     std::uint64_t data_offset = 0;
     std::string shape_text;
+    std::int64_t file_total = -1;  // observations in the whole file; total is this share's
+    std::int64_t first = 0;        // the share's first observation
     std::int64_t done = 0;
     std::vector<char> staging = std::vector<char>(1 << 16);
 };
@@ -202,7 +221,7 @@ bool machine_little_endian() {
 
 }  // namespace
 
-std::unique_ptr<data_source> open_npy(const std::string& path) {
+std::unique_ptr<data_source> open_npy(const std::string& path, const share& of) {
     auto s = std::make_unique<binary_source>(path);
     unsigned char prefix[12];
     const std::size_t got = s->in.read(prefix, 10);
@@ -278,6 +297,7 @@ std::unique_ptr<data_source> open_npy(const std::string& path) {
     }
     if (s->in.seekable && s->in.size - std::min(s->in.size, s->data_offset) != needed)
         throw input_error(s->held_message(s->in.size - std::min(s->in.size, s->data_offset)));
+    s->take_share(of);
     return s;
 }
 
@@ -285,7 +305,8 @@ std::unique_ptr<data_source> open_raw(const std::string& path,
                                       bool float32,
                                       std::int64_t dims,
                                       std::int64_t observations,
-                                      bool row_major) {
+                                      bool row_major,
+                                      const share& of) {
     auto s = std::make_unique<binary_source>(path);
     s->raw = true;
     s->float32 = float32;
@@ -322,6 +343,7 @@ std::unique_ptr<data_source> open_raw(const std::string& path,
             throw input_error(path + ": no observations (the file is empty)");
         s->total = static_cast<std::int64_t>(held / row_bytes);
     }
+    s->take_share(of);
     return s;
 }
 

@@ -74,6 +74,12 @@ void byte_input::read_at(void* to, std::size_t n, std::uint64_t offset) {
     }
 }
 
+void byte_input::seek(std::uint64_t offset) {
+    if (::lseek(fd, static_cast<off_t>(offset), SEEK_SET) < 0)
+        fail(path, "cannot read");
+    position = offset;
+}
+
 std::uint64_t byte_input::current_size() const {
     struct stat st {};
     if (::fstat(fd, &st) != 0)

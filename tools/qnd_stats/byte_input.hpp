@@ -18,6 +18,8 @@ struct byte_input {
     std::size_t read(void* to, std::size_t n);
     // Reads n bytes at an offset from the start; throws input_error if the file has fewer.
     void read_at(void* to, std::size_t n, std::uint64_t offset);
+    // Moves a regular file's position to an offset from its start.
+    void seek(std::uint64_t offset);
     // The current size of a regular file (it may change while it is read).
     std::uint64_t current_size() const;
     // Copies the rest of a pipe into an unnamed temporary file and reads from that instead, so

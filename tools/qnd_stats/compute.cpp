@@ -59,6 +59,10 @@ void wait(sycl::queue& q, sycl::event e) {
     q.wait_and_throw();
 }
 
+std::string count_text(double n) {
+    return std::to_string(static_cast<std::int64_t>(n));
+}
+
 std::string number_text(double v) {
     char buf[32];
     std::snprintf(buf, sizeof buf, "%.17g", v);
@@ -90,7 +94,12 @@ needs needs_of(const std::vector<std::string>& families) {
 
 template <typename T>
 struct chunk_engine {
-    chunk_engine(sycl::queue& q_, data_source& data_, stats_job& job_, const tool_options& o_)
+    chunk_engine(sycl::queue& q_,
+                 data_source& data_,
+                 const stats_job& job_,
+                 const tool_options& o_,
+                 const share& of_,
+                 std::int64_t first_row_)
         : q(q_),
           data(data_),
           job(job_),
@@ -102,7 +111,9 @@ struct chunk_engine {
           obs(q_, static_cast<std::size_t>(cap) * ncol),
           weights(q_, weighted(job_) ? static_cast<std::size_t>(cap) : 1),
           out(q_, 12 * ncol),
-          total(ncol) {
+          of(of_),
+          first_row(first_row_) {
+        result.columns.resize(ncol);
         if (!job.indices.empty()) {
             indices = std::make_unique<usm_array<std::int64_t>>(q, ncol);
             std::copy(job.indices.begin(), job.indices.end(), indices->ptr);
@@ -118,6 +129,13 @@ struct chunk_engine {
             if (weight_source->n_dims != 1)
                 throw input_error(job.weights_file + ": " + std::to_string(weight_source->n_dims) +
                                   " columns; a weights file has one");
+            // The weights of the observations of the shares before this one.
+            for (std::int64_t left = first_row; left > 0 && !weights_short;) {
+                const std::int64_t got =
+                    weight_source->read(chunk_of(weights.ptr), std::min(left, cap));
+                weights_short = got == 0;
+                left -= got;
+            }
         }
     }
 
@@ -135,30 +153,19 @@ struct chunk_engine {
         return data.row_major ? c * rows + i : i * ncol + c;
     }
 
-    void run() {
+    // Once the weights run out, the rest of the observations are only counted: the counts of
+    // all processes make the error.
+    partial_results run() {
         while (const std::int64_t r = data.read(chunk_of(obs.ptr), cap)) {
-            job.n_observations += r;
-            chunk(r);
+            if (!weights_short)
+                chunk(r);
+            result.n_observations += static_cast<double>(r);
         }
-        if (weight_source) {
-            const std::int64_t extra = count_rest(*weight_source, weights.ptr, cap);
-            if (extra > 0)
-                weights_mismatch(job.n_observations + extra, job.n_observations);
-        }
-        if (weighted(job) && !(weight_total > 0))
-            throw input_error(weight_where() + ": every weight is 0, so no observation counts");
-    }
-
-    static std::int64_t count_rest(data_source& s, T* scratch, std::int64_t rows) {
-        std::int64_t n = 0;
-        while (const std::int64_t r = s.read(chunk_of(scratch), rows))
-            n += r;
-        return n;
-    }
-
-    [[noreturn]] void weights_mismatch(std::int64_t n_weights, std::int64_t n_observations) {
-        throw input_error(job.weights_file + ": " + std::to_string(n_weights) + " weights for " +
-                          std::to_string(n_observations) + " observations");
+        // The last share counts the weights that no observation has.
+        if (weight_source && !weights_short && of.rank + 1 == of.size)
+            while (const std::int64_t r = weight_source->read(chunk_of(weights.ptr), cap))
+                result.n_weights += static_cast<double>(r);
+        return std::move(result);
     }
 
     std::string weight_where() const {
@@ -173,7 +180,8 @@ struct chunk_engine {
         std::int64_t n = r;
         if (weighted(job)) {
             bool zeros = false;
-            load_weights(r, base, zeros);
+            if (!load_weights(r, base, zeros))
+                return;
             if (!(base.w > 0))
                 return;  // nothing of this chunk counts
             // A GPU counts a weight of 0 as 1: such observations are taken out first.
@@ -200,12 +208,14 @@ struct chunk_engine {
                 p.min = mn()[c];
             if (need.max)
                 p.max = mx()[c];
-            total[c] = job.user_mean.empty() ? stats::merge(total[c], p)
-                                             : stats::merge_about_centre(total[c], p);
+            auto& total = result.columns[c];
+            total = job.user_mean.empty() ? stats::merge(total, p)
+                                          : stats::merge_about_centre(total, p);
         }
     }
 
-    void load_weights(std::int64_t r, stats::partial<double>& base, bool& zeros) {
+    // False when the weights file ends within the chunk.
+    bool load_weights(std::int64_t r, stats::partial<double>& base, bool& zeros) {
         T* w = weights.ptr;
         const auto rows = static_cast<std::size_t>(r);
         if (job.weight_column >= 0) {
@@ -214,9 +224,10 @@ struct chunk_engine {
                 w[i] = obs.ptr[at(wc, i, rows)];
         } else {
             const std::int64_t got = weight_source->read(chunk_of(w), r);
+            result.n_weights += static_cast<double>(got);
             if (got < r) {
-                const std::int64_t before = job.n_observations - r;
-                weights_mismatch(before + got, job.n_observations + count_rest(data, obs.ptr, cap));
+                weights_short = true;
+                return false;
             }
         }
         base.w = base.w2 = 0;
@@ -225,7 +236,8 @@ struct chunk_engine {
             if (!std::isfinite(v) || v < 0)
                 throw input_error(
                     weight_where() + ", observation " +
-                    std::to_string(job.n_observations - r + 1 + static_cast<std::int64_t>(i)) +
+                    observation_name(static_cast<std::int64_t>(result.n_observations) + 1 +
+                                     static_cast<std::int64_t>(i)) +
                     ": the weight " + number_text(v) + " is " +
                     (std::isfinite(v) ? "negative" : "not a finite number") +
                     " (weights are finite, 0 or more)");
@@ -233,7 +245,16 @@ struct chunk_engine {
             base.w2 += v * v;
             zeros = zeros || v == 0;
         }
-        weight_total += base.w;
+        result.weight_total += base.w;
+        return true;
+    }
+
+    // An observation by its number from 1 in the file, or in this process's share when the
+    // shares before it have not been counted.
+    std::string observation_name(std::int64_t in_share) const {
+        if (first_row >= 0)
+            return std::to_string(first_row + in_share);
+        return std::to_string(in_share) + " of the share of process " + std::to_string(of.rank);
     }
 
     // Moves the observations of positive weight to the front, in order. Returns their number.
@@ -333,67 +354,9 @@ struct chunk_engine {
             }
     }
 
-    std::vector<quantity> results() const {
-        std::vector<quantity> rows;
-        const std::size_t dims = job.columns.size();
-        auto add = [&](const char* name, auto value) {
-            quantity qy{name, std::vector<double>(dims, std::numeric_limits<double>::quiet_NaN())};
-            for (std::size_t d = 0; d < dims; ++d) {
-                const auto c = static_cast<std::size_t>(job.columns[d]);
-                if (!column_kept(c))
-                    continue;
-                const stats::partial<double>& p = total[c];
-                const double centre = job.user_mean.empty() ? p.mean : job.user_mean[d];
-                qy.values[d] = value(p, stats::finish(p, centre));
-                if (o.use_float)  // results in float, whatever the merge was carried out in
-                    qy.values[d] = static_cast<float>(qy.values[d]);
-            }
-            rows.push_back(std::move(qy));
-        };
-        using P = const stats::partial<double>&;
-        using F = const stats::finished<double>&;
-        for (const std::string& f : o.estimates) {
-            if (f == "mean")
-                add("mean", [](P, F e) { return e.mean; });
-            if (f == "raw_sum") {
-                add("s1", [](P p, F) { return p.s1; });
-                add("s2", [](P p, F) { return p.s2; });
-                add("s3", [](P p, F) { return p.s3; });
-                add("s4", [](P p, F) { return p.s4; });
-            }
-            if (f == "raw_moment") {
-                add("r1", [](P, F e) { return e.mean; });
-                add("r2", [](P, F e) { return e.r2; });
-                add("r3", [](P, F e) { return e.r3; });
-                add("r4", [](P, F e) { return e.r4; });
-            }
-            if (f == "central_sum") {
-                add("cs2", [](P p, F) { return p.cs2; });
-                add("cs3", [](P p, F) { return p.cs3; });
-                add("cs4", [](P p, F) { return p.cs4; });
-            }
-            if (f == "central_moment") {
-                add("c2", [](P, F e) { return e.c2; });
-                add("c3", [](P, F e) { return e.c3; });
-                add("c4", [](P, F e) { return e.c4; });
-            }
-            if (f == "variation")
-                add("variation", [](P, F e) { return e.variation; });
-            if (f == "skewness")
-                add("skewness", [](P, F e) { return e.skewness; });
-            if (f == "kurtosis")
-                add("kurtosis", [](P, F e) { return e.kurtosis; });
-            if (f == "min" || f == "min_max")
-                add("min", [](P p, F) { return p.min; });
-            if (f == "max" || f == "min_max")
-                add("max", [](P p, F) { return p.max; });
-        }
-        return rows;
-    }
-
     sycl::queue& q;
     data_source& data;
-    stats_job& job;
+    const stats_job& job;
     const tool_options& o;
     needs need;
     bool gpu;
@@ -405,21 +368,103 @@ struct chunk_engine {
     std::unique_ptr<usm_array<std::int64_t>> indices;
     std::unique_ptr<data_source> weight_source;
     std::optional<sycl::queue> cpu;
-    std::vector<stats::partial<double>> total;
-    double weight_total = 0;
+    share of;
+    std::int64_t first_row;  // of the share in the file; -1 when not counted
+    bool weights_short = false;
+    partial_results result;
 };
 
-template <typename T>
-std::vector<quantity> compute_in(sycl::queue& q,
-                                 data_source& data,
-                                 stats_job& job,
-                                 const tool_options& o) {
-    chunk_engine<T> engine(q, data, job, o);
-    engine.run();
-    return engine.results();
+}  // namespace
+
+std::vector<quantity> finish_results(const stats_job& job,
+                                     const partial_results& all,
+                                     const tool_options& o) {
+    if (all.n_observations == 0)
+        throw input_error(job.path + ": no observations");
+    if (!job.weights_file.empty() && all.n_weights != all.n_observations)
+        throw input_error(job.weights_file + ": " + count_text(all.n_weights) + " weights for " +
+                          count_text(all.n_observations) + " observations");
+    if (weighted(job) && !(all.weight_total > 0))
+        throw input_error((job.weights_file.empty()
+                               ? job.path + ", column " + std::to_string(job.weight_column + 1)
+                               : job.weights_file) +
+                          ": every weight is 0, so no observation counts");
+    std::vector<quantity> rows;
+    const std::size_t dims = job.columns.size();
+    auto add = [&](const char* name, auto value) {
+        quantity qy{name, std::vector<double>(dims, std::numeric_limits<double>::quiet_NaN())};
+        for (std::size_t d = 0; d < dims; ++d) {
+            const auto c = static_cast<std::size_t>(job.columns[d]);
+            if (!kept(job, d))
+                continue;
+            const stats::partial<double>& p = all.columns[c];
+            const double centre = job.user_mean.empty() ? p.mean : job.user_mean[d];
+            qy.values[d] = value(p, stats::finish(p, centre));
+            if (o.use_float)  // results in float, whatever the merge was carried out in
+                qy.values[d] = static_cast<float>(qy.values[d]);
+        }
+        rows.push_back(std::move(qy));
+    };
+    using P = const stats::partial<double>&;
+    using F = const stats::finished<double>&;
+    for (const std::string& f : o.estimates) {
+        if (f == "mean")
+            add("mean", [](P, F e) { return e.mean; });
+        if (f == "raw_sum") {
+            add("s1", [](P p, F) { return p.s1; });
+            add("s2", [](P p, F) { return p.s2; });
+            add("s3", [](P p, F) { return p.s3; });
+            add("s4", [](P p, F) { return p.s4; });
+        }
+        if (f == "raw_moment") {
+            add("r1", [](P, F e) { return e.mean; });
+            add("r2", [](P, F e) { return e.r2; });
+            add("r3", [](P, F e) { return e.r3; });
+            add("r4", [](P, F e) { return e.r4; });
+        }
+        if (f == "central_sum") {
+            add("cs2", [](P p, F) { return p.cs2; });
+            add("cs3", [](P p, F) { return p.cs3; });
+            add("cs4", [](P p, F) { return p.cs4; });
+        }
+        if (f == "central_moment") {
+            add("c2", [](P, F e) { return e.c2; });
+            add("c3", [](P, F e) { return e.c3; });
+            add("c4", [](P, F e) { return e.c4; });
+        }
+        if (f == "variation")
+            add("variation", [](P, F e) { return e.variation; });
+        if (f == "skewness")
+            add("skewness", [](P, F e) { return e.skewness; });
+        if (f == "kurtosis")
+            add("kurtosis", [](P, F e) { return e.kurtosis; });
+        if (f == "min" || f == "min_max")
+            add("min", [](P p, F) { return p.min; });
+        if (f == "max" || f == "min_max")
+            add("max", [](P p, F) { return p.max; });
+    }
+    return rows;
 }
 
-}  // namespace
+partial_results compute(sycl::queue& queue,
+                        data_source& data,
+                        const stats_job& job,
+                        const tool_options& options,
+                        const share& of,
+                        std::int64_t first_row) {
+    if (options.use_float)
+        return chunk_engine<float>(queue, data, job, options, of, first_row).run();
+    return chunk_engine<double>(queue, data, job, options, of, first_row).run();
+}
+
+void merge_into(partial_results& a, const partial_results& b, bool about_centre) {
+    for (std::size_t c = 0; c < a.columns.size(); ++c)
+        a.columns[c] = about_centre ? stats::merge_about_centre(a.columns[c], b.columns[c])
+                                    : stats::merge(a.columns[c], b.columns[c]);
+    a.n_observations += b.n_observations;
+    a.n_weights += b.n_weights;
+    a.weight_total += b.weight_total;
+}
 
 std::int64_t chunk_rows(const tool_options& o, const data_source& data) {
     const auto row_bytes = static_cast<std::uint64_t>(std::max<std::int64_t>(data.n_dims, 1)) * 8;
@@ -444,23 +489,20 @@ std::int64_t chunk_rows(const tool_options& o, const data_source& data) {
     return std::max<std::int64_t>(rows, 1);
 }
 
-sycl::queue make_queue(device_choice device) {
+sycl::queue make_queue(device_choice device, int index) {
     try {
-        if (device == device_choice::gpu)
+        if (device == device_choice::gpu) {
+            const auto gpus = sycl::device::get_devices(sycl::info::device_type::gpu);
+            if (gpus.size() > 1)
+                return sycl::queue(gpus[static_cast<std::size_t>(index) % gpus.size()],
+                                   rethrow_all);
             return sycl::queue(sycl::gpu_selector_v, rethrow_all);
+        }
         return sycl::queue(sycl::cpu_selector_v, rethrow_all);
     } catch (const sycl::exception& e) {
         throw input_error(std::string("no ") + (device == device_choice::gpu ? "GPU" : "CPU") +
                           " device: " + e.what());
     }
-}
-
-std::vector<quantity> compute(sycl::queue& queue,
-                              data_source& data,
-                              stats_job& job,
-                              const tool_options& options) {
-    return options.use_float ? compute_in<float>(queue, data, job, options)
-                             : compute_in<double>(queue, data, job, options);
 }
 
 }  // namespace qnd_stats

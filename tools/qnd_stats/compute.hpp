@@ -5,6 +5,7 @@
 #include <vector>
 
 #include <sycl/sycl.hpp>
+#include <tavrel/qnd/partial.hpp>
 
 #include "data_source.hpp"
 #include "options.hpp"
@@ -18,21 +19,42 @@ struct quantity {
     std::vector<double> values;
 };
 
-// The queue of the device the options ask for. Throws input_error if there is no such device.
-sycl::queue make_queue(device_choice device);
+// The queue of the device the options ask for; of several GPUs, the one at `index` modulo their
+// number. Throws input_error if there is no such device.
+sycl::queue make_queue(device_choice device, int index = 0);
 
 // The number of observations in a chunk: --chunk-rows, or what fits in a share of the
 // machine's memory (at most 256 MiB of observations), never more than the source holds.
 std::int64_t chunk_rows(const tool_options& options, const data_source& data);
 
-// Reads `data` a chunk at a time; each chunk goes to the library on the queue (its mean, raw
-// sums, central sums and extremes, as the asked families need), and the chunks' partial results
-// are merged exactly. On a GPU the central sums are taken in two passes, around the mean found
-// first, and an extreme that meets the GPU's seed or clamp value is computed again on the CPU.
-// Sets job.n_observations.
-std::vector<quantity> compute(sycl::queue& queue,
-                              data_source& data,
-                              stats_job& job,
-                              const tool_options& options);
+// What the chunks of one process give, before the processes' results are merged.
+struct partial_results {
+    std::vector<tavrel::qnd::stats::partial<double>> columns;  // one per column of the file
+    double n_observations = 0;
+    double n_weights = 0;     // read from a weights file, for the count check of the whole
+    double weight_total = 0;  // of the observations computed
+};
+
+// Reads the share `of` of `data` a chunk at a time; each chunk goes to the library on the queue
+// (its mean, raw sums, central sums and extremes, as the asked families need), and the chunks'
+// partial results are merged exactly. On a GPU the central sums are taken in two passes, around
+// the mean found first, and an extreme that meets the GPU's seed or clamp value is computed
+// again on the CPU. first_row is the share's first observation in the file (-1 when unknown),
+// where a weights file is read from.
+partial_results compute(sycl::queue& queue,
+                        data_source& data,
+                        const stats_job& job,
+                        const tool_options& options,
+                        const share& of = {},
+                        std::int64_t first_row = 0);
+
+// Merges the results of b (of later observations) into a, as stats::merge does.
+void merge_into(partial_results& a, const partial_results& b, bool about_centre);
+
+// The printed quantities of the merged results of all processes. Refuses what only the whole
+// shows: no observations, a weights file of another length, weights that are all 0.
+std::vector<quantity> finish_results(const stats_job& job,
+                                     const partial_results& all,
+                                     const tool_options& options);
 
 }  // namespace qnd_stats

@@ -24,19 +24,22 @@ input_format format_of(const std::string& path) {
     return input_format::text;
 }
 
-std::unique_ptr<data_source> open_source(const std::string& path, const tool_options& o) {
+std::unique_ptr<data_source> open_source(const std::string& path,
+                                         const tool_options& o,
+                                         const share& of) {
     const input_format format = o.format == input_format::automatic ? format_of(path) : o.format;
     if (format == input_format::raw && o.raw_dims == 0)
         throw usage_error(path + " is read as raw binary, which needs --dims (or give --format)");
     switch (format) {
         case input_format::npy:
-            return open_npy(path);
+            return open_npy(path, of);
         case input_format::raw:
-            return open_raw(path, o.raw_float32, o.raw_dims, o.raw_observations, o.raw_row_major);
+            return open_raw(path, o.raw_float32, o.raw_dims, o.raw_observations, o.raw_row_major,
+                            of);
         case input_format::csv:
-            return open_text(path, o.delimiter ? o.delimiter : ',', o.header);
+            return open_text(path, o.delimiter ? o.delimiter : ',', o.header, of);
         default:
-            return open_text(path, o.delimiter, o.header);
+            return open_text(path, o.delimiter, o.header, of);
     }
 }
 

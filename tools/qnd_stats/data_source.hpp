@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "options.hpp"
+#include "share.hpp"
 
 namespace qnd_stats {
 
@@ -41,24 +42,32 @@ struct data_source {
     bool row_major = false;
     // The number of observations, or -1 while unknown (text, and raw from a pipe).
     std::int64_t total = -1;
+    // The first observation in the file, of a share of several processes; -1 when unknown
+    // (the lines of a text share are not counted before it is read).
+    std::int64_t first_row = 0;
 };
 
 // The format that --format auto picks for a file name.
 input_format format_of(const std::string& path);
 
 // Opens a data file as the options say and reads what comes before its observations (a header
-// row, a .npy header). Refuses a file that cannot hold what it claims before reading on.
-std::unique_ptr<data_source> open_source(const std::string& path, const tool_options& options);
+// row, a .npy header). Refuses a file that cannot hold what it claims before reading on. Of
+// several processes, each reads its own share: a range of observations of a binary file, the
+// lines of a text file that start in a range of its bytes.
+std::unique_ptr<data_source> open_source(const std::string& path,
+                                         const tool_options& options,
+                                         const share& of = {});
 
 // Text and CSV: rows are observations, fields are dimensions. delimiter 0 splits at runs of
 // blanks. Blank lines and lines starting with '#' are skipped. Rows are parsed by all cores.
 std::unique_ptr<data_source> open_text(const std::string& path,
                                        char delimiter,
-                                       header_choice header);
+                                       header_choice header,
+                                       const share& of = {});
 
 // A version 1, 2 or 3 .npy file of little- or big-endian float32 or float64, of shape (n) or
 // (n, d): n observations of d dimensions, in C or Fortran order.
-std::unique_ptr<data_source> open_npy(const std::string& path);
+std::unique_ptr<data_source> open_npy(const std::string& path, const share& of = {});
 
 // A headerless file of float32 or float64 in the machine's byte order; observations 0 means as
 // many as the file holds.
@@ -66,6 +75,7 @@ std::unique_ptr<data_source> open_raw(const std::string& path,
                                       bool float32,
                                       std::int64_t dims,
                                       std::int64_t observations,
-                                      bool row_major);
+                                      bool row_major,
+                                      const share& of = {});
 
 }  // namespace qnd_stats

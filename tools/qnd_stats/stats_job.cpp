@@ -65,6 +65,7 @@ std::vector<bool> resolve_mask(const std::string& text, const data_source& data)
 
 stats_job prepare_job(const data_source& data, const tool_options& options) {
     stats_job job;
+    job.path = data.path;
     job.n_columns = data.n_dims;
     job.weights_file = options.weights_file;
     if (!options.weight_column.empty()) {

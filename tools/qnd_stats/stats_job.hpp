@@ -12,6 +12,7 @@ namespace qnd_stats {
 // Every column of the file goes to the library; a weight column and the columns that the mask
 // leaves out are skipped there through the mask, so that a chunk is used as it was read.
 struct stats_job {
+    std::string path;                   // of the data file
     std::int64_t n_columns = 0;         // of the file
     std::vector<std::int64_t> columns;  // the file's column of each dimension of the report
     std::vector<std::string> names;     // one per dimension: the header's, or "x" + column

@@ -237,13 +237,72 @@ void parse_piece(const char* p,
 }
 
 struct text_source : data_source {
-    text_source(const std::string& p, char delimiter_, header_choice header)
-        : in(p), delimiter(delimiter_), meter("reading " + p, in.size) {
+    text_source(const std::string& p, char delimiter_, header_choice header, const share& of)
+        : in(p), delimiter(delimiter_), meter("reading " + p, in.size), whole(of.size == 1) {
         path = p;
         const unsigned threads = std::thread::hardware_concurrency();
         n_threads = threads == 0 ? 1 : threads;
         block_bytes = std::size_t(4) << 20;
+        buf_offset = in.position;
         find_first_line(header);
+        if (!whole)
+            take_share(of);
+    }
+
+    // Every process reads the header; then each takes the lines that start in its share of the
+    // bytes that follow.
+    void take_share(const share& of) {
+        if (!in.seekable)
+            throw usage_error(path + ": standard input cannot be shared by " +
+                              std::to_string(of.size) + " processes; give a file");
+        const std::uint64_t start = buf_offset + line_start;
+        const auto span = static_cast<std::int64_t>(in.size - std::min(in.size, start));
+        const std::uint64_t begin = start + static_cast<std::uint64_t>(of.first_of(span));
+        if (of.rank + 1 < of.size)
+            range_end = start + static_cast<std::uint64_t>(of.first_of(span, 1));
+        if (begin == start)
+            return;
+        first_row = -1;
+        // The first line that starts at `begin` or later: the one after the newline at or
+        // after begin - 1. Its number is counted only if an error needs it.
+        in.seek(begin - 1);
+        buf_offset = begin - 1;
+        len = line_start = 0;
+        at_eof = false;
+        next_line = 0;
+        lines_unknown = true;
+        while (true) {
+            const std::size_t from = len;
+            fill_buffer(len + (std::size_t(1) << 16));
+            const char* nl =
+                len > from
+                    ? static_cast<const char*>(std::memchr(buf.data() + from, '\n', len - from))
+                    : nullptr;
+            if (nl != nullptr) {
+                line_start = static_cast<std::size_t>(nl - buf.data()) + 1;
+                break;
+            }
+            if (at_eof) {
+                line_start = len;
+                break;
+            }
+        }
+    }
+
+    // The number of the line at `line` lines after where this share started counting.
+    std::int64_t line_number(std::int64_t line) {
+        if (!lines_unknown)
+            return line;
+        std::int64_t newlines = 0;
+        std::vector<char> block(1 << 16);
+        for (std::uint64_t at = 0; at < share_start;) {
+            const std::size_t n =
+                static_cast<std::size_t>(std::min<std::uint64_t>(block.size(), share_start - at));
+            in.read_at(block.data(), n, at);
+            newlines += std::count(block.data(), block.data() + n, '\n');
+            at += n;
+        }
+        return newlines + 1 + line;
     }
 
     // Reads up to the first line that holds something, which decides the dimensions and
@@ -315,13 +374,33 @@ struct text_source : data_source {
 
     // Parses the next block of whole lines. False at the end of the input.
     bool parse_block() {
+        if (range_done)
+            return false;
+        if (lines_unknown && share_start == 0)
+            share_start = buf_offset + line_start;
         // Keep the unparsed tail at the front; the rest of the buffer is refilled.
         std::memmove(buf.data(), buf.data() + line_start, len - line_start);
         len -= line_start;
+        buf_offset += line_start;
         line_start = 0;
         std::size_t cut = 0;
         while (true) {
             fill_buffer(std::max(block_bytes, len + (std::size_t(1) << 16)));
+            if (buf_offset + len >= range_end) {
+                // The share ends with the line that holds its last byte.
+                if (range_end <= buf_offset)
+                    return false;
+                const std::size_t last = static_cast<std::size_t>(range_end - buf_offset) - 1;
+                const char* nl =
+                    static_cast<const char*>(std::memchr(buf.data() + last, '\n', len - last));
+                if (nl != nullptr || at_eof) {
+                    cut = nl ? static_cast<std::size_t>(nl - buf.data()) + 1 : len;
+                    range_done = true;
+                    break;
+                }
+                block_bytes *= 2;
+                continue;
+            }
             if (at_eof) {
                 cut = len;
                 break;
@@ -365,7 +444,8 @@ struct text_source : data_source {
             t.join();
         for (const piece& pc : pieces) {
             if (pc.error_line >= 0)
-                throw input_error(path + ", line " + std::to_string(next_line + pc.error_line) +
+                throw input_error(path + ", line " +
+                                  std::to_string(line_number(next_line + pc.error_line)) +
                                   pc.error);
             next_line += pc.lines;
         }
@@ -409,7 +489,7 @@ struct text_source : data_source {
 
     void finish() {
         meter.finish();
-        if (rows == 0)
+        if (rows == 0 && whole)
             throw input_error(path + ": no observations");
         if (in.seekable) {
             const std::uint64_t now = in.current_size();
@@ -429,8 +509,14 @@ struct text_source : data_source {
     std::size_t len = 0;         // bytes of buf that hold input
     std::size_t line_start = 0;  // where the first line not yet parsed starts in buf
     bool at_eof = false;
-    std::int64_t first_line = 1;  // the first line that holds something (a header or data)
-    std::int64_t next_line = 1;   // the number of the line at line_start
+    std::int64_t first_line = 1;           // the first line that holds something (a header or data)
+    std::int64_t next_line = 1;            // the number of the line at line_start
+    bool whole = true;                     // the whole file, not a share of several processes
+    std::uint64_t buf_offset = 0;          // where buf starts in the input
+    std::uint64_t range_end = UINT64_MAX;  // lines that start here or later are another's
+    bool range_done = false;
+    bool lines_unknown = false;     // a share's lines are counted from its own start
+    std::uint64_t share_start = 0;  // where that start is
     std::vector<piece> pieces;
     std::size_t piece_at = 0;
     std::int64_t row_at = 0;
@@ -441,8 +527,9 @@ struct text_source : data_source {
 
 std::unique_ptr<data_source> open_text(const std::string& path,
                                        char delimiter,
-                                       header_choice header) {
-    return std::make_unique<text_source>(path, delimiter, header);
+                                       header_choice header,
+                                       const share& of) {
+    return std::make_unique<text_source>(path, delimiter, header, of);
 }
 
 }  // namespace qnd_stats

@@ -1,0 +1,142 @@
+// qnd-stats under mpirun: for 1, 2 and 3 processes (more than there are observations too), the
+// merged results equal one process's, and a bad field in any share stops every process with
+// one line that names the file, line and field.
+#include <sys/wait.h>
+
+#include <cmath>
+#include <cstdlib>
+#include <fstream>
+#include <map>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "temp_files.hpp"
+
+namespace qnd_stats {
+namespace {
+
+struct run_result {
+    int status = -1;
+    std::string out, err;
+};
+
+std::string slurp(const std::string& path) {
+    std::ifstream f(path, std::ios::binary);
+    std::stringstream ss;
+    ss << f.rdbuf();
+    return ss.str();
+}
+
+run_result run(int processes, const std::string& args) {
+    // Open MPI refuses root unless told twice; a test machine runs as root.
+    setenv("OMPI_ALLOW_RUN_AS_ROOT", "1", 1);
+    setenv("OMPI_ALLOW_RUN_AS_ROOT_CONFIRM", "1", 1);
+    const std::string out = temp_path("mpi_out"), err = temp_path("mpi_err");
+    const std::string launcher = processes == 0
+                                     ? std::string()
+                                     : std::string(QND_MPIEXEC) + " --quiet --oversubscribe -n " +
+                                           std::to_string(processes) + " ";
+    const std::string command = launcher + "'" + QND_STATS_BIN + "' " + args + " > '" + out +
+                                "' 2> '" + err + "' < /dev/null";
+    const int raw = std::system(command.c_str());
+    return {WIFEXITED(raw) ? WEXITSTATUS(raw) : -1, slurp(out), slurp(err)};
+}
+
+// A CSV report as name -> value, its first column naming the dimension.
+std::map<std::string, double> values_of(const std::string& csv) {
+    std::map<std::string, double> v;
+    std::istringstream lines(csv);
+    std::string header, line;
+    std::getline(lines, header);
+    std::vector<std::string> names;
+    std::istringstream hs(header);
+    for (std::string f; std::getline(hs, f, ',');)
+        names.push_back(f);
+    while (std::getline(lines, line)) {
+        std::istringstream fs(line);
+        std::string dim, f;
+        std::getline(fs, dim, ',');
+        for (std::size_t k = 1; std::getline(fs, f, ','); ++k)
+            v[dim + " " + names.at(k)] = std::strtod(f.c_str(), nullptr);
+    }
+    return v;
+}
+
+TEST(qnd_stats_mpi, any_number_of_processes_gives_one_process_results) {
+    std::string csv = "a,b,c,w\n";
+    for (int i = 0; i < 500; ++i)
+        csv += std::to_string(50 + std::sin(i)) + "," + std::to_string(i % 17 * 0.25) + "," +
+               std::to_string(std::exp(std::cos(i))) + "," + std::to_string(i % 5 + (i % 7 == 0)) +
+               "\n";
+    const std::string data = write_file("mpi.csv", csv);
+    std::string weights;
+    for (int i = 0; i < 500; ++i)
+        weights += std::to_string(1 + i % 3) + "\n";
+    const std::string weights_file = write_file("mpi_w.txt", weights);
+    std::string raw;
+    for (int i = 0; i < 2 * 500; ++i) {
+        const double v = 1 + std::sin(i * 0.37);
+        raw.append(reinterpret_cast<const char*>(&v), sizeof v);
+    }
+    const std::string raw_file = write_file("mpi.bin", raw);
+    const std::string two = write_file("two.csv", "x\n1\n4\n");
+
+    for (const std::string& args :
+         {"--chunk-rows 7 " + data, "--weight-column w -m 1,3 " + data,
+          "--chunk-rows 64 -w " + weights_file + " --mean 50,2,1,2 " + data,
+          "--dims 2 --layout row_major -w " + weights_file + " " + raw_file, "-d gpu " + two}) {
+        SCOPED_TRACE(args);
+        const run_result one = run(0, "-o csv " + args);
+        ASSERT_EQ(one.status, 0) << one.err;
+        const auto want = values_of(one.out);
+        for (int n : {1, 2, 3}) {
+            SCOPED_TRACE(std::to_string(n) + " processes");
+            const run_result r = run(n, "-o csv " + args);
+            ASSERT_EQ(r.status, 0) << r.err;
+            EXPECT_EQ(r.err, "");
+            const auto got = values_of(r.out);
+            ASSERT_EQ(got.size(), want.size());
+            for (const auto& [k, v] : want) {
+                const bool excess = k.find("kurtosis") != std::string::npos;
+                if (std::isnan(v))
+                    EXPECT_TRUE(std::isnan(got.at(k))) << k;
+                else
+                    EXPECT_NEAR(got.at(k) + (excess ? 3 : 0), v + (excess ? 3 : 0),
+                                1e-12 * std::abs(v + (excess ? 3 : 0)))
+                        << k;
+            }
+        }
+    }
+}
+
+TEST(qnd_stats_mpi, a_failure_in_any_share_stops_every_process_with_one_line) {
+    std::string csv = "a,b\n";
+    for (int i = 0; i < 300; ++i)
+        csv += std::to_string(i) + ",1\n";
+    const std::string late = write_file("late.csv", csv + "7,x\n");
+    const std::string early = write_file("early.csv", "a,b\n1,y\n" + csv.substr(4));
+    const std::string short_weights = write_file("short_w.txt", "1\n2\n");
+    const std::string ok = write_file("ok.csv", csv);
+    const std::vector<std::pair<std::string, std::string>> cases = {
+        {late, late + ", line 302, field 2: 'x' is not a number"},
+        {early, early + ", line 2, field 2: 'y' is not a number"},
+        {"-m 1 -w " + short_weights + " " + late,
+         late + ", line 302, field 2: 'x' is not a number"},
+        {"-w " + short_weights + " " + ok, short_weights + ": 2 weights for 300 observations"},
+        {"/nonexistent.csv", "/nonexistent.csv: cannot open: No such file or directory"},
+    };
+    for (const auto& [args, error] : cases)
+        for (int n : {2, 3}) {
+            SCOPED_TRACE(args + ", " + std::to_string(n) + " processes");
+            const run_result r = run(n, args);
+            EXPECT_EQ(r.status, 1);
+            EXPECT_EQ(r.err, "qnd-stats: " + error + "\n");
+            EXPECT_EQ(r.out, "");
+        }
+}
+
+}  // namespace
+}  // namespace qnd_stats
