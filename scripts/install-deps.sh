@@ -5,6 +5,7 @@ set -euo pipefail
 packages=(
     g++ cmake ninja-build pkg-config
     libgtest-dev libgmock-dev libbenchmark-dev libcli11-dev nlohmann-json3-dev
+    openmpi-bin libopenmpi-dev
     libboost-context-dev libboost-fiber-dev
     ocl-icd-libopencl1 ocl-icd-opencl-dev
     clang libclang-rt-14-dev

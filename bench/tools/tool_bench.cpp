@@ -163,6 +163,54 @@ void BM_run_peak_memory(benchmark::State& state) {
 }
 BENCHMARK(BM_run_peak_memory)->UseManualTime()->Unit(benchmark::kMillisecond)->Iterations(3);
 
+#ifdef QND_MPIEXEC
+// A raw float64 file of 4 columns, 1 GiB, for runs of several processes.
+const std::string& raw_file() {
+    static const std::string path = [] {
+        const std::string p = bench_path("data.bin");
+        std::FILE* f = std::fopen(p.c_str(), "wb");
+        std::vector<double> block(1 << 20);
+        for (std::size_t i = 0, n = scaled(128); i < n; ++i) {
+            for (std::size_t k = 0; k < block.size(); ++k)
+                block[k] = static_cast<double>((i * block.size() + k) % 1000003) * 1e-3;
+            std::fwrite(block.data(), sizeof(double), block.size(), f);
+        }
+        std::fclose(f);
+        return p;
+    }();
+    return path;
+}
+
+// The whole program under mpirun on the raw file, against a plain read of it in the same run.
+void BM_mpi_run(benchmark::State& state) {
+    const std::string& path = raw_file();
+    setenv("OMPI_ALLOW_RUN_AS_ROOT", "1", 1);
+    setenv("OMPI_ALLOW_RUN_AS_ROOT_CONFIRM", "1", 1);
+    const std::string command = std::string(QND_MPIEXEC) + " --quiet --oversubscribe -n " +
+                                std::to_string(state.range(0)) + " '" + QND_STATS_BIN +
+                                "' --dims 4 '" + path + "' > /dev/null";
+    double plain = 0, ours = 0;
+    for (auto _ : state) {
+        plain += plain_read_seconds(path);
+        const auto start = std::chrono::steady_clock::now();
+        if (std::system(command.c_str()) != 0)
+            state.SkipWithError("mpirun qnd-stats failed");
+        const double s =
+            std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+        ours += s;
+        state.SetIterationTime(s);
+    }
+    state.SetBytesProcessed(static_cast<std::int64_t>(file_bytes(path) * state.iterations()));
+    state.counters["over_plain_read"] = ours / plain;
+}
+BENCHMARK(BM_mpi_run)
+    ->Arg(1)
+    ->Arg(2)
+    ->UseManualTime()
+    ->Unit(benchmark::kMillisecond)
+    ->Iterations(2);
+#endif
+
 }  // namespace
 
 BENCHMARK_MAIN();
