@@ -69,61 +69,21 @@ struct text_case {
 
 TEST(qnd_stats_text_source, reads_rows_as_observations) {
     const auto automatic = header_choice::automatic;
+    // clang-format off
     const std::vector<text_case> cases = {
-        {"csv with a header",
-         "a,b\n1,2\n3,4\n5,6\n",
-         ',',
-         automatic,
-         {"a", "b"},
-         2,
-         {1, 2, 3, 4, 5, 6}},
+        {"csv with a header", "a,b\n1,2\n3,4\n5,6\n", ',', automatic, {"a", "b"}, 2, {1, 2, 3, 4, 5, 6}},
         {"no header detected", "1,2\n3,4\n", ',', automatic, {}, 2, {1, 2, 3, 4}},
-        {"blanks around fields, CRLF",
-         " a , b \r\n 1 , 2 \r\n",
-         ',',
-         automatic,
-         {"a", "b"},
-         2,
-         {1, 2}},
-        {"blank lines and comments",
-         "# note\n\nx\n1\n\n  # more\n2\n",
-         ',',
-         automatic,
-         {"x"},
-         1,
-         {1, 2}},
-        {"quoted numbers",
-         "\"a\",\"b\"\n\"1.5\",\" 2\"\n",
-         ',',
-         automatic,
-         {"a", "b"},
-         2,
-         {1.5, 2}},
+        {"blanks around fields, CRLF", " a , b \r\n 1 , 2 \r\n", ',', automatic, {"a", "b"}, 2, {1, 2}},
+        {"blank lines and comments", "# note\n\nx\n1\n\n  # more\n2\n", ',', automatic, {"x"}, 1, {1, 2}},
+        {"quoted numbers", "\"a\",\"b\"\n\"1.5\",\" 2\"\n", ',', automatic, {"a", "b"}, 2, {1.5, 2}},
         {"no final newline", "1 2\n3 4", 0, automatic, {}, 2, {1, 2, 3, 4}},
-        {"runs of blanks and tabs",
-         "  1\t\t2   3\n4 5 6\n",
-         0,
-         automatic,
-         {},
-         3,
-         {1, 2, 3, 4, 5, 6}},
-        {"forms of numbers",
-         "+1.5,-2e3,.25,1E-2\n",
-         ',',
-         automatic,
-         {},
-         4,
-         {1.5, -2000, 0.25, 0.01}},
-        {"quoted names",
-         "\"a,1\",\"say \"\"b\"\"\"\n1,2\n",
-         ',',
-         automatic,
-         {"a,1", "say \"b\""},
-         2,
-         {1, 2}},
+        {"runs of blanks and tabs", "  1\t\t2   3\n4 5 6\n", 0, automatic, {}, 3, {1, 2, 3, 4, 5, 6}},
+        {"forms of numbers", "+1.5,-2e3,.25,1E-2\n", ',', automatic, {}, 4, {1.5, -2000, 0.25, 0.01}},
+        {"quoted names", "\"a,1\",\"say \"\"b\"\"\"\n1,2\n", ',', automatic, {"a,1", "say \"b\""}, 2, {1, 2}},
         {"numeric header forced", "1;2\n3;4\n", ';', header_choice::present, {"1", "2"}, 2, {3, 4}},
         {"header refused", "7,8\n", ',', header_choice::absent, {}, 2, {7, 8}},
     };
+    // clang-format on
     for (const text_case& c : cases) {
         SCOPED_TRACE(c.what);
         const auto s = open_text(write_file("t.txt", c.contents), c.delimiter, c.header);
@@ -225,32 +185,16 @@ TEST(qnd_stats_npy_source, reads_both_types_orders_and_versions) {
         bool row_major;
         std::vector<double> values;  // observation after observation
     };
+    // clang-format off
     const std::vector<npy_case> cases = {
-        {"C order",
-         npy("{'descr': '<f8', 'fortran_order': False, 'shape': (3, 2), }", bytes_of(six)), 2,
-         false, six},
-        {"Fortran order",
-         npy("{'descr': '<f8', 'fortran_order': True, 'shape': (2, 3), }", bytes_of(six)),
-         3,
-         true,
-         {1, 3, 5, 2, 4, 6}},
-        {"float32, version 2",
-         npy("{'descr': '<f4', 'fortran_order': False, 'shape': (6,), }", bytes_of(six_f), 2),
-         1,
-         false,
-         {1.5, 2, 3, 4, 5, 6.25}},
-        {"big-endian",
-         npy("{'descr': '>f8', 'fortran_order': False, 'shape': (1, 6), }", bytes_of(six, true)), 6,
-         false, six},
-        {"big-endian Fortran float32",
-         npy("{'descr': '>f4', 'fortran_order': True, 'shape': (3, 2), }", bytes_of(six_f, true)),
-         2,
-         true,
-         {1.5, 4, 2, 5, 3, 6.25}},
-        {"keys in another order, version 3",
-         npy("{'shape': (3, 2), 'fortran_order': False, 'descr': '<f8'}", bytes_of(six), 3), 2,
-         false, six},
+        {"C order", npy("{'descr': '<f8', 'fortran_order': False, 'shape': (3, 2), }", bytes_of(six)), 2, false, six},
+        {"Fortran order", npy("{'descr': '<f8', 'fortran_order': True, 'shape': (2, 3), }", bytes_of(six)), 3, true, {1, 3, 5, 2, 4, 6}},
+        {"float32, version 2", npy("{'descr': '<f4', 'fortran_order': False, 'shape': (6,), }", bytes_of(six_f), 2), 1, false, {1.5, 2, 3, 4, 5, 6.25}},
+        {"big-endian", npy("{'descr': '>f8', 'fortran_order': False, 'shape': (1, 6), }", bytes_of(six, true)), 6, false, six},
+        {"big-endian Fortran float32", npy("{'descr': '>f4', 'fortran_order': True, 'shape': (3, 2), }", bytes_of(six_f, true)), 2, true, {1.5, 4, 2, 5, 3, 6.25}},
+        {"keys in another order, version 3", npy("{'shape': (3, 2), 'fortran_order': False, 'descr': '<f8'}", bytes_of(six), 3), 2, false, six},
     };
+    // clang-format on
     for (const npy_case& c : cases)
         for (bool in_float : {false, true}) {
             SCOPED_TRACE(std::string(c.what) + (in_float ? " into float" : " into double"));
