@@ -24,83 +24,34 @@ struct accepted_case {
 
 TEST(qnd_stats_options, accepted_command_lines_set_their_fields) {
     using v = std::vector<std::string>;
+    // clang-format off
     const std::vector<accepted_case> cases = {
-        {{"d.csv"},
-         [](const tool_options& o) {
-             return o.file == "d.csv" && o.device == device_choice::cpu && o.chunk_rows == 0 &&
-                    !o.use_float && o.method == 1 && o.output == output_format::table &&
-                    o.format == input_format::automatic && o.header == header_choice::automatic;
-         },
-         "defaults"},
-        {{"d.csv"},
-         [](const tool_options& o) {
-             return o.estimates == v{"mean",        "raw_sum",        "raw_moment",
-                                     "central_sum", "central_moment", "variation",
-                                     "skewness",    "kurtosis",       "min_max"};
-         },
-         "all estimates by default, extremes through min_max"},
-        {{"-d", "cpu", "d.csv"},
-         [](const tool_options& o) { return o.device == device_choice::cpu; },
-         "short device"},
-        {{"--device=gpu", "d.csv"},
-         [](const tool_options& o) { return o.device == device_choice::gpu; },
-         "inline value"},
-        {{"d.csv", "--type", "float"},
-         [](const tool_options& o) { return o.use_float; },
-         "options after the file"},
-        {{"--method", "alternate", "--chunk-rows", "1000", "d.csv"},
-         [](const tool_options& o) { return o.method == 2 && o.chunk_rows == 1000; },
-         "method, chunk rows"},
-        {{"-e", "kurtosis,mean,min", "d.csv"},
-         [](const tool_options& o) {
-             return o.estimates == v{"mean", "kurtosis", "min"};
-         },
-         "estimates in canonical order"},
-        {{"-e", "min,max,min_max,mean,mean", "d.csv"},
-         [](const tool_options& o) {
-             return o.estimates == v{"mean", "min_max"};
-         },
-         "min_max absorbs min and max, repeats collapse"},
-        {{"-o", "json", "d.csv"},
-         [](const tool_options& o) { return o.output == output_format::json; },
-         "json output"},
-        {{"--output=csv", "d.csv"},
-         [](const tool_options& o) { return o.output == output_format::csv; },
-         "csv output"},
-        {{"--format", "raw", "--dims", "3", "--raw-type", "float32", "--layout", "row_major",
-          "--observations", "7", "d"},
-         [](const tool_options& o) {
-             return o.format == input_format::raw && o.raw_dims == 3 && o.raw_float32 &&
-                    o.raw_row_major && o.raw_observations == 7;
-         },
-         "raw shape"},
-        {{"--dims", "2", "d.bin"},
-         [](const tool_options& o) { return o.raw_dims == 2; },
-         "raw options with the format picked by extension"},
-        {{"--delimiter", "tab", "--no-header", "d.tsv"},
-         [](const tool_options& o) {
-             return o.delimiter == '\t' && o.header == header_choice::absent;
-         },
-         "delimiter tab"},
-        {{"--delimiter=;", "--header", "d.csv"},
-         [](const tool_options& o) {
-             return o.delimiter == ';' && o.header == header_choice::present;
-         },
-         "delimiter and header"},
-        {{"-w", "w.txt", "-m", "1,3-4", "--mean", "0.5", "d.csv"},
-         [](const tool_options& o) {
-             return o.weights_file == "w.txt" && o.mask == "1,3-4" && o.user_mean == "0.5";
-         },
-         "weights, mask, mean kept as text"},
-        {{"--weight-column", "w", "d.csv"},
-         [](const tool_options& o) { return o.weight_column == "w"; },
-         "weight column"},
-        {{"--", "-odd-name.csv"},
-         [](const tool_options& o) { return o.file == "-odd-name.csv"; },
-         "a file after --"},
+        {{"d.csv"}, [](const tool_options& o) {
+             return o.file == "d.csv" && o.device == device_choice::cpu && o.chunk_rows == 0 && !o.use_float &&
+                    o.method == 1 && o.output == output_format::table && o.format == input_format::automatic &&
+                    o.header == header_choice::automatic; }, "defaults"},
+        {{"d.csv"}, [](const tool_options& o) {
+             return o.estimates == v{"mean", "raw_sum", "raw_moment", "central_sum", "central_moment", "variation",
+                                     "skewness", "kurtosis", "min_max"}; }, "all estimates by default, extremes through min_max"},
+        {{"-d", "cpu", "d.csv"}, [](const tool_options& o) { return o.device == device_choice::cpu; }, "short device"},
+        {{"--device=gpu", "d.csv"}, [](const tool_options& o) { return o.device == device_choice::gpu; }, "inline value"},
+        {{"d.csv", "--type", "float"}, [](const tool_options& o) { return o.use_float; }, "options after the file"},
+        {{"--method", "alternate", "--chunk-rows", "1000", "d.csv"}, [](const tool_options& o) { return o.method == 2 && o.chunk_rows == 1000; }, "method, chunk rows"},
+        {{"-e", "kurtosis,mean,min", "d.csv"}, [](const tool_options& o) { return o.estimates == v{"mean", "kurtosis", "min"}; }, "estimates in canonical order"},
+        {{"-e", "min,max,min_max,mean,mean", "d.csv"}, [](const tool_options& o) { return o.estimates == v{"mean", "min_max"}; }, "min_max absorbs min and max, repeats collapse"},
+        {{"-o", "json", "d.csv"}, [](const tool_options& o) { return o.output == output_format::json; }, "json output"},
+        {{"--output=csv", "d.csv"}, [](const tool_options& o) { return o.output == output_format::csv; }, "csv output"},
+        {{"--format", "raw", "--dims", "3", "--raw-type", "float32", "--layout", "row_major", "--observations", "7", "d"}, [](const tool_options& o) { return o.format == input_format::raw && o.raw_dims == 3 && o.raw_float32 && o.raw_row_major && o.raw_observations == 7; }, "raw shape"},
+        {{"--dims", "2", "d.bin"}, [](const tool_options& o) { return o.raw_dims == 2; }, "raw options with the format picked by extension"},
+        {{"--delimiter", "tab", "--no-header", "d.tsv"}, [](const tool_options& o) { return o.delimiter == '\t' && o.header == header_choice::absent; }, "delimiter tab"},
+        {{"--delimiter=;", "--header", "d.csv"}, [](const tool_options& o) { return o.delimiter == ';' && o.header == header_choice::present; }, "delimiter and header"},
+        {{"-w", "w.txt", "-m", "1,3-4", "--mean", "0.5", "d.csv"}, [](const tool_options& o) { return o.weights_file == "w.txt" && o.mask == "1,3-4" && o.user_mean == "0.5"; }, "weights, mask, mean kept as text"},
+        {{"--weight-column", "w", "d.csv"}, [](const tool_options& o) { return o.weight_column == "w"; }, "weight column"},
+        {{"--", "-odd-name.csv"}, [](const tool_options& o) { return o.file == "-odd-name.csv"; }, "a file after --"},
         {{"--help"}, [](const tool_options& o) { return o.help; }, "help needs no file"},
         {{"-V"}, [](const tool_options& o) { return o.version; }, "version needs no file"},
     };
+    // clang-format on
     for (const accepted_case& c : cases) {
         SCOPED_TRACE(c.what);
         tool_options o;
