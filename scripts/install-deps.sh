@@ -8,7 +8,7 @@ packages=(
     openmpi-bin libopenmpi-dev
     libboost-context-dev libboost-fiber-dev
     ocl-icd-libopencl1 ocl-icd-opencl-dev
-    clang libclang-rt-14-dev
+    clang libclang-rt-14-dev libomp-14-dev
 )
 
 missing=()
