@@ -34,6 +34,9 @@ run_result run(int processes, const std::string& args) {
     // Open MPI refuses root unless told twice; a test machine runs as root.
     setenv("OMPI_ALLOW_RUN_AS_ROOT", "1", 1);
     setenv("OMPI_ALLOW_RUN_AS_ROOT_CONFIRM", "1", 1);
+    // Processes of one machine exchange through shared memory without attaching to each other,
+    // which a container may forbid.
+    setenv("OMPI_MCA_btl_vader_single_copy_mechanism", "none", 1);
     const std::string out = temp_path("mpi_out"), err = temp_path("mpi_err");
     const std::string launcher = processes == 0
                                      ? std::string()
