@@ -125,29 +125,25 @@ TEST_P(checks, extreme_families_name_what_is_missing) {
     using fbuf = sycl::buffer<float, 1>;
     const st::dataset<st::row_major, fbuf> b_data(1, 4, fbuf{sycl::range<1>(4)});
     fbuf none{sycl::range<1>(0)}, one{sycl::range<1>(1)};
-    const std::string head = "tavrel::qnd::stats::";
+    const auto words = [](const char* family, const char* what) {
+        return std::string("tavrel::qnd::stats::") + family + ": invalid argument: " + what;
+    };
+    const char *min_null = "min is nullptr", *max_null = "max is nullptr";
+    const char *min_empty = "min array length is 0", *max_empty = "max array length is 0";
+    // clang-format off
     expect_refusals({
-        {[&] { st::min<1, float>(q, data, nullptr); },
-         head + "min: invalid argument: min is nullptr"},
-        {[&] { st::max<1, float>(q, data, nullptr); },
-         head + "max: invalid argument: max is nullptr"},
-        {[&] { st::min_max<1, float>(q, data, nullptr, nullptr); },
-         head + "min_max: invalid argument: min is nullptr"},
-        {[&] { st::min_max<1, float>(q, data, nullptr, hi); },
-         head + "min_max: invalid argument: min is nullptr"},
-        {[&] { st::min_max<1, float>(q, data, lo, nullptr); },
-         head + "min_max: invalid argument: max is nullptr"},
-        {[&] { st::min<1, float>(q, b_data, none); },
-         head + "min: invalid argument: min array length is 0"},
-        {[&] { st::max<1, float>(q, b_data, none); },
-         head + "max: invalid argument: max array length is 0"},
-        {[&] { st::min_max<1, float>(q, b_data, none, none); },
-         head + "min_max: invalid argument: min array length is 0"},
-        {[&] { st::min_max<1, float>(q, b_data, none, one); },
-         head + "min_max: invalid argument: min array length is 0"},
-        {[&] { st::min_max<1, float>(q, b_data, one, none); },
-         head + "min_max: invalid argument: max array length is 0"},
+        {[&] { st::min<1, float>(q, data, nullptr); }, words("min", min_null)},
+        {[&] { st::max<1, float>(q, data, nullptr); }, words("max", max_null)},
+        {[&] { st::min_max<1, float>(q, data, nullptr, nullptr); }, words("min_max", min_null)},
+        {[&] { st::min_max<1, float>(q, data, nullptr, hi); }, words("min_max", min_null)},
+        {[&] { st::min_max<1, float>(q, data, lo, nullptr); }, words("min_max", max_null)},
+        {[&] { st::min<1, float>(q, b_data, none); }, words("min", min_empty)},
+        {[&] { st::max<1, float>(q, b_data, none); }, words("max", max_empty)},
+        {[&] { st::min_max<1, float>(q, b_data, none, none); }, words("min_max", min_empty)},
+        {[&] { st::min_max<1, float>(q, b_data, none, one); }, words("min_max", min_empty)},
+        {[&] { st::min_max<1, float>(q, b_data, one, none); }, words("min_max", max_empty)},
     });
+    // clang-format on
     EXPECT_EQ(given.to_vector(), std::vector<float>(2, -7.0f));
 }
 

@@ -18,7 +18,6 @@
 #include "support/launch_log.hpp"
 #include "support/moment_families.hpp"
 #include "support/reference.hpp"
-#include "support/usm_array.hpp"
 #include "tavrel/qnd/stats.hpp"
 
 namespace {
@@ -26,8 +25,6 @@ namespace {
 namespace st = tavrel::qnd::stats;
 using namespace qnd_test;
 using mf = moment_family;
-template <typename T>
-using buf = sycl::buffer<T, 1>;
 template <typename T>
 using outputs = std::vector<std::vector<T>>;  // the family's outputs, each read back whole
 
@@ -55,55 +52,15 @@ struct call {
     std::size_t mean_length = n_dims;
 };
 
-// The pointer form on USM copies of `data`; outputs start at the sentinel.
-template <int M, typename T, st::layout L>
-outputs<T> run_pointer(sycl::queue& q, const call& c, const host_data<T>& data) {
-    usm_array<T> obs(q, data.observations), weights(q, data.weights), mean(q, given_means<T>());
-    usm_array<std::int64_t> indices(q, data.indices);
-    usm_array<T> out(q, std::vector<T>(4 * n_dims, static_cast<T>(sentinel)));
-    std::array<T*, 4> ptrs{};
-    for (int k = 0; k < c.f.n_outputs; ++k)
-        ptrs[k] = c.lengths[k] ? out.get() + k * n_dims : nullptr;
-    const st::dataset<L, T*> ds{n_dims, n_observations, obs.get(),
-                                data.weights.empty() ? nullptr : weights.get(),
-                                data.indices.empty() ? nullptr : indices.get()};
-    call_moment_family<M, T, L>(c.f.family, q, c.user_mean ? mean.get() : nullptr, ds, ptrs);
-    q.wait();
-    outputs<T> result;
-    for (int k = 0; k < c.f.n_outputs; ++k)
-        result.emplace_back(out.get() + k * n_dims, out.get() + (k + 1) * n_dims);
-    return result;
-}
-
-// The buffer form on buffers over host copies of `data`. An output left out is a buffer of size
-// 0 over a host sentinel, so that a write through it would show.
-template <int M, typename T, st::layout L>
-outputs<T> run_buffer(sycl::queue& q, const call& c, const host_data<T>& data) {
-    outputs<T> result(c.f.n_outputs);
-    const std::vector<T> means = given_means<T>();
-    {
-        buf<T> obs(data.observations.data(), sycl::range<1>(data.observations.size()));
-        buf<T> weights(data.weights.data(), sycl::range<1>(data.weights.size()));
-        buf<std::int64_t> indices(data.indices.data(), sycl::range<1>(data.indices.size()));
-        buf<T> mean(means.data(), sycl::range<1>(c.mean_length));
-        std::array<buf<T>, 4> outs{buf<T>(sycl::range<1>(0)), buf<T>(sycl::range<1>(0)),
-                                   buf<T>(sycl::range<1>(0)), buf<T>(sycl::range<1>(0))};
-        for (int k = 0; k < c.f.n_outputs; ++k) {
-            result[k].assign(std::max<std::size_t>(c.lengths[k], 1), static_cast<T>(sentinel));
-            outs[k] = buf<T>(result[k].data(), sycl::range<1>(c.lengths[k]));
-        }
-        const st::dataset<L, buf<T>> ds(n_dims, n_observations, obs, weights, indices);
-        call_buffer_form<M, T, L>(c.f.family, q, c.user_mean ? &mean : nullptr, ds, outs);
-        q.wait_and_throw();
-    }
-    return result;
-}
-
+// The call `c` in either form; outputs start at the sentinel.
 template <typename T, st::layout L>
 outputs<T> run(bool by_buffer, sycl::queue& q, const call& c, const host_data<T>& data) {
-    if (by_buffer)
-        return c.method == 1 ? run_buffer<1, T, L>(q, c, data) : run_buffer<2, T, L>(q, c, data);
-    return c.method == 1 ? run_pointer<1, T, L>(q, c, data) : run_pointer<2, T, L>(q, c, data);
+    std::vector<T> means = given_means<T>();
+    means.resize(c.mean_length);
+    const std::vector<T>* mean = c.user_mean ? &means : nullptr;
+    const T s = static_cast<T>(sentinel);
+    return c.method == 1 ? run_family<1, T, L>(q, c.f.family, by_buffer, data, mean, c.lengths, s)
+                         : run_family<2, T, L>(q, c.f.family, by_buffer, data, mean, c.lengths, s);
 }
 
 // The core library on a CPU accumulates in double: float results carry little more than their
@@ -192,15 +149,11 @@ TEST_P(moments, small_cases_known_exactly) {
         const auto n = static_cast<std::int64_t>(c.values.size());
         const auto check = [&](auto zero) {
             using T = decltype(zero);
-            usm_array<T> obs(q, std::vector<T>(c.values.begin(), c.values.end()));
-            usm_array<T> weights(q, std::vector<T>(c.weights.begin(), c.weights.end()));
-            usm_array<T> outs(q, 4);
-            const st::dataset<st::row_major, T*> data{1, n, obs.get(),
-                                                      c.weights.empty() ? nullptr : weights.get()};
-            call_moment_family<1, T, st::row_major>(c.family, q, nullptr, data,
-                                                    {&outs[0], &outs[1], &outs[2], &outs[3]})
-                .wait();
-            const double got = outs[c.output];
+            host_data<T> h = make_data<T>(
+                1, n, st::row_major, [&](std::int64_t, std::int64_t i) { return c.values[i]; });
+            h.weights.assign(c.weights.begin(), c.weights.end());
+            const double got = run_family<1, T, st::row_major>(q, c.family, false, h, nullptr,
+                                                               {1, 1, 1, 1}, T(0))[c.output][0];
             // float results are rounded a few times on the way; double ones nearly exact.
             const double tol = std::is_same_v<T, float> ? 1e-6 : 1e-14;
             if (std::isnan(c.expected))
@@ -319,7 +272,7 @@ TEST(moments_gpu, outputs_shorter_than_n_dims_are_accepted) {
             for (bool user_mean : {false, f.takes_user_mean}) {
                 const call c{f, 1, user_mean, {1, 1, 1, 1}, 1};
                 SCOPED_TRACE(device_label(dev) + " " + trace_of(c, true));
-                expect_reference(dev, c, data, run_buffer<1, double, st::row_major>(q, c, data));
+                expect_reference(dev, c, data, run<double, st::row_major>(true, q, c, data));
             }
         }
     }

@@ -19,6 +19,7 @@
 #include "estimators/mean.hpp"
 #include "support/extremes_data.hpp"
 #include "support/launch_log.hpp"
+#include "support/moment_families.hpp"
 #include "support/reference.hpp"
 #include "support/usm_array.hpp"
 #include "tavrel/qnd/stats.hpp"
@@ -30,8 +31,6 @@ namespace gpu = tavrel::qnd::stats::detail::gpu;
 namespace hs = sycl::ext::hostsycl;
 using namespace qnd_test;
 using launch_log = std::vector<hs::launch_record>;
-template <typename T>
-using buf = sycl::buffer<T, 1>;
 
 constexpr std::int64_t n_dims = 3;
 constexpr extreme all_kinds[] = {extreme::min, extreme::max, extreme::min_max};
@@ -74,31 +73,17 @@ std::vector<T> three_calls(sycl::queue& q,
                            bool by_buffer,
                            const host_data<T>& h,
                            const std::vector<T>& centre) {
-    std::vector<T> out(4 * n_dims);
-    if (by_buffer) {
-        {
-            buf<T> obs(h.observations.data(), sycl::range<1>(h.observations.size()));
-            buf<T> weights(h.weights.data(), sycl::range<1>(h.weights.size()));
-            buf<T> mean(centre.data(), sycl::range<1>(n_dims)), none{sycl::range<1>(0)};
-            const auto part = [&](int k) {
-                return buf<T>(out.data() + k * n_dims, sycl::range<1>(n_dims));
-            };
-            const st::dataset<L, buf<T>> data{n_dims, h.n_observations, obs, weights};
-            st::mean<1, T, L>(q, data, part(0));
-            st::kurtosis<1, T, L>(q, data, part(1));
-            st::central_moment<1, T, L>(q, mean, data, part(2), none, part(3));
-        }
-        return out;
-    }
-    usm_array<T> obs(q, h.observations), weights(q, h.weights), mean(q, centre), o(q, out);
-    const st::dataset<L, T*> data{n_dims, h.n_observations, obs.get(),
-                                  h.weights.empty() ? nullptr : weights.get()};
-    st::mean<1, T, L>(q, data, o.get()).wait();
-    st::kurtosis<1, T, L>(q, data, o.get() + n_dims).wait();
-    st::central_moment<1, T, L>(q, mean.get(), data, o.get() + 2 * n_dims, nullptr,
-                                o.get() + 3 * n_dims)
-        .wait();
-    return o.to_vector();
+    const std::array<std::size_t, 4> one{n_dims, 0, 0, 0}, second_and_fourth{n_dims, 0, n_dims, 0};
+    const auto run = [&](moment_family f, const std::vector<T>* mean,
+                         std::array<std::size_t, 4> o) {
+        return run_family<1, T, L>(q, f, by_buffer, h, mean, o, T(0));
+    };
+    std::vector<T> out = run(moment_family::mean, nullptr, one)[0];
+    const auto kurtosis = run(moment_family::kurtosis, nullptr, one);
+    const auto around = run(moment_family::central_moment, &centre, second_and_fourth);
+    for (const std::vector<T>* part : {&kurtosis[0], &around[0], &around[2]})
+        out.insert(out.end(), part->begin(), part->end());
+    return out;
 }
 
 // Each of the three calls launches the tree, in both forms, with the same local memory; every

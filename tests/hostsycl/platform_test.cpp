@@ -1,5 +1,5 @@
-// The platform, its devices and sub-devices, the emulated GPU's group size, and round trips of
-// native handles through backend 2.
+// The platform, its devices and sub-devices, the emulated GPU's group size, USM allocations seen
+// through the observer, and round trips of native handles through backend 2.
 #include <gtest/gtest.h>
 
 #include <sycl/sycl.hpp>
@@ -8,6 +8,7 @@
 #include <cstdint>
 #include <cstdlib>
 #include <thread>
+#include <tuple>
 #include <unordered_set>
 #include <vector>
 
@@ -77,6 +78,40 @@ TEST(platform, the_emulated_gpu_splits_into_tiles_and_slices) {
     EXPECT_EQ(sycl::get_native<native>(slice), sycl::get_native<native>(split(tiles[1])[1]));
     EXPECT_NE(sycl::get_native<native>(slice), sycl::get_native<native>(split(tiles[0])[1]));
     EXPECT_TRUE(slice.get_info<di::partition_properties>().empty());
+}
+
+TEST(usm, allocations_are_aligned_observed_and_fail_when_told) {
+    sycl::queue q{hs::make_gpu_device(16)};
+    double* big = sycl::malloc_device<double>(std::size_t{1} << 21, q);  // 16 MiB
+    ASSERT_NE(big, nullptr);
+    big[(std::size_t{1} << 21) - 1] = 1.0;
+    sycl::free(big, q);
+    using op = hs::usm_op;
+    std::vector<std::tuple<op, void*, std::size_t>> seen;
+    hs::set_usm_observer([&](op o, void* p, std::size_t bytes) { seen.emplace_back(o, p, bytes); });
+    double* d = sycl::malloc_device<double>(3, q);
+    EXPECT_EQ(reinterpret_cast<std::uintptr_t>(d) % 64, 0u);
+    hs::fail_next_allocations(2);
+    EXPECT_EQ(sycl::malloc_shared<float>(5, q), nullptr);
+    EXPECT_EQ(sycl::malloc_host(7, q), nullptr);
+    int* s = sycl::malloc_shared<int>(4, q);
+    EXPECT_EQ(sycl::malloc_device(0, q), nullptr);
+    hs::fail_next_allocations(5);
+    hs::fail_next_allocations(0);
+    void* h = sycl::malloc_host(1, q);
+    sycl::free(d, q);
+    sycl::free(s, q.get_context());
+    sycl::free(h, q);
+    hs::set_usm_observer({});
+    EXPECT_EQ(seen, (decltype(seen){{op::malloc_device, d, 24},
+                                    {op::malloc_shared, nullptr, 20},
+                                    {op::malloc_host, nullptr, 7},
+                                    {op::malloc_shared, s, 16},
+                                    {op::malloc_device, nullptr, 0},
+                                    {op::malloc_host, h, 1},
+                                    {op::free, d, 0},
+                                    {op::free, s, 0},
+                                    {op::free, h, 0}}));
 }
 
 // A queue made from another's native handle shares its FIFO, and its end waits for what it

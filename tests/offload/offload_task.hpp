@@ -6,7 +6,6 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
-#include <limits>
 #include <sstream>
 #include <stdexcept>
 #include <string>
@@ -18,6 +17,7 @@
 
 #include "cpu/ss_task.hpp"
 #include "support/data.hpp"
+#include "support/extremes_data.hpp"
 #include "support/reference.hpp"
 #include "support/usm_array.hpp"
 #include "tavrel/qnd/offload.h"
@@ -148,11 +148,7 @@ void expect_results(const offload_task<T>& t,
     const host_data<T>& h = t.host;
     for (std::int64_t d = 0; d < h.n_dims; ++d) {
         const moment_reference r = reference_of(h, d, centre.empty() ? nullptr : &centre[d]);
-        long double lo = h.value(d, 0), hi = lo;
-        for (std::int64_t i = 1; i < h.n_observations; ++i) {
-            lo = std::min<long double>(lo, h.value(d, i));
-            hi = std::max<long double>(hi, h.value(d, i));
-        }
+        const std::pair<T, T> extremes = extremes_of(h, d, sycl::device(sycl::gpu_selector_v));
         // The reference of field k, in the order of field_names.
         const auto want = [&](int k) -> long double {
             if (k <= 3)
@@ -165,7 +161,7 @@ void expect_results(const offload_task<T>& t,
                 return r.central_sum(k - 9);
             if (k <= 16)
                 return k == 14 ? r.kurtosis() : k == 15 ? r.skewness() : r.variation();
-            return k == 17 ? lo : std::max<long double>(hi, std::numeric_limits<T>::min());
+            return k == 17 ? extremes.first : extremes.second;
         };
         for (std::size_t f = 0; f < field_names.size(); ++f) {
             const long double got = t.array(f)[d];

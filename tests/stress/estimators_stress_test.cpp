@@ -2,6 +2,7 @@
 // every family, both forms, both layouts, with and without weights and a mask, on one CPU queue
 // and two emulated-GPU queues that all threads share. Every result must equal, bit for bit, what
 // the same call gave when made alone before the threads started.
+#include <array>
 #include <cstdint>
 #include <cstring>
 #include <random>
@@ -16,7 +17,6 @@
 #include "support/devices.hpp"
 #include "support/extremes_data.hpp"
 #include "support/moment_families.hpp"
-#include "support/usm_array.hpp"
 
 namespace {
 
@@ -30,40 +30,6 @@ struct call_kind {
     int family;  // the moment families, then min, max and min_max
     bool buffer_form, row_major, weighted, masked;
 };
-
-template <st::layout L>
-std::vector<double> run_moment(sycl::queue& q,
-                               moment_family family,
-                               bool buffer_form,
-                               const host_data<double>& h) {
-    std::vector<double> out(4 * n_dims, -7.0);
-    if (buffer_form) {
-        {
-            sycl::buffer<double, 1> obs(h.observations.data(),
-                                        sycl::range<1>(h.observations.size()));
-            sycl::buffer<double, 1> w(h.weights.data(), sycl::range<1>(h.weights.size()));
-            sycl::buffer<std::int64_t, 1> idx(h.indices.data(), sycl::range<1>(h.indices.size()));
-            std::array<sycl::buffer<double, 1>, 4> o{
-                sycl::buffer<double, 1>(out.data(), sycl::range<1>(n_dims)),
-                sycl::buffer<double, 1>(out.data() + n_dims, sycl::range<1>(n_dims)),
-                sycl::buffer<double, 1>(out.data() + 2 * n_dims, sycl::range<1>(n_dims)),
-                sycl::buffer<double, 1>(out.data() + 3 * n_dims, sycl::range<1>(n_dims))};
-            const st::dataset<L, sycl::buffer<double, 1>> data(n_dims, n_observations, obs, w, idx);
-            call_buffer_form<1, double, L>(family, q, nullptr, data, o);
-        }
-        return out;
-    }
-    usm_array<double> obs(q, h.observations), w(q, h.weights), o(q, out);
-    usm_array<std::int64_t> idx(q, h.indices);
-    const st::dataset<L, double*> data(n_dims, n_observations, obs.get(),
-                                       h.weights.empty() ? nullptr : w.get(),
-                                       h.indices.empty() ? nullptr : idx.get());
-    call_moment_family<1, double, L>(
-        family, q, nullptr, data,
-        {o.get(), o.get() + n_dims, o.get() + 2 * n_dims, o.get() + 3 * n_dims})
-        .wait();
-    return o.to_vector();
-}
 
 struct stress : ::testing::Test {
     std::vector<sycl::queue> queues{sycl::queue(cpu_device()), sycl::queue(sycl::gpu_selector_v),
@@ -103,8 +69,15 @@ struct stress : ::testing::Test {
             return out;
         }
         const moment_family f = moment_families()[c.family].family;
-        return c.row_major ? run_moment<st::row_major>(q, f, c.buffer_form, h)
-                           : run_moment<st::col_major>(q, f, c.buffer_form, h);
+        const std::array<std::size_t, 4> all{n_dims, n_dims, n_dims, n_dims};
+        const auto outs =
+            c.row_major
+                ? run_family<1, double, st::row_major>(q, f, c.buffer_form, h, nullptr, all, -7.0)
+                : run_family<1, double, st::col_major>(q, f, c.buffer_form, h, nullptr, all, -7.0);
+        std::vector<double> out;
+        for (const std::vector<double>& o : outs)
+            out.insert(out.end(), o.begin(), o.end());
+        return out;
     }
 };
 

@@ -1,7 +1,9 @@
 // The eight moment families as data for table-driven tests: their names, their outputs, a
-// uniform way to call them in either form, and the reference value of each output.
+// uniform way to call them in either form, a run on copies of a host data set, and the reference
+// value of each output.
 #pragma once
 
+#include <algorithm>
 #include <array>
 #include <cstdint>
 #include <string>
@@ -9,7 +11,9 @@
 
 #include <sycl/sycl.hpp>
 
+#include "support/data.hpp"
 #include "support/reference.hpp"
+#include "support/usm_array.hpp"
 #include "tavrel/qnd/stats.hpp"
 
 namespace qnd_test {
@@ -119,6 +123,57 @@ void call_buffer_form(moment_family family,
                       const tavrel::qnd::stats::dataset<L, sycl::buffer<T, 1>>& data,
                       std::array<sycl::buffer<T, 1>, 4>& o) {
     call_family<M, T, L>(family, q, mean, data, o);
+}
+
+// `family` with method M on copies of `h`, in the pointer form (USM copies, waited for) or the
+// buffer form (buffers over host copies), around `mean` (one value per element) when it is not
+// null. lengths[k] is the length of output k: 0 leaves it out (null, or a buffer of size 0 over a
+// host value, so that a write through it would show); the pointer form takes n_dims or 0. Returns
+// the four outputs read back whole, each starting at `untouched`.
+template <int M, typename T, tavrel::qnd::stats::layout L>
+std::vector<std::vector<T>> run_family(sycl::queue& q,
+                                       moment_family family,
+                                       bool by_buffer,
+                                       const host_data<T>& h,
+                                       const std::vector<T>* mean,
+                                       std::array<std::size_t, 4> lengths,
+                                       T untouched) {
+    namespace st = tavrel::qnd::stats;
+    const std::int64_t n_dims = h.n_dims;
+    std::vector<std::vector<T>> result(4);
+    if (by_buffer) {
+        using buf = sycl::buffer<T, 1>;
+        for (int k = 0; k < 4; ++k)
+            result[k].assign(std::max<std::size_t>(lengths[k], 1), untouched);
+        {  // the buffers write back when they end
+            buf obs(h.observations.data(), sycl::range<1>(h.observations.size()));
+            buf w(h.weights.data(), sycl::range<1>(h.weights.size()));
+            sycl::buffer<std::int64_t, 1> idx(h.indices.data(), sycl::range<1>(h.indices.size()));
+            buf m = mean ? buf(mean->data(), sycl::range<1>(mean->size())) : buf(sycl::range<1>(0));
+            std::array<buf, 4> outs{buf(result[0].data(), sycl::range<1>(lengths[0])),
+                                    buf(result[1].data(), sycl::range<1>(lengths[1])),
+                                    buf(result[2].data(), sycl::range<1>(lengths[2])),
+                                    buf(result[3].data(), sycl::range<1>(lengths[3]))};
+            call_buffer_form<M, T, L>(family, q, mean ? &m : nullptr,
+                                      st::dataset<L, buf>(n_dims, h.n_observations, obs, w, idx),
+                                      outs);
+            q.wait_and_throw();
+        }
+        return result;
+    }
+    usm_array<T> obs(q, h.observations), w(q, h.weights), m(q, mean ? *mean : std::vector<T>{});
+    usm_array<std::int64_t> idx(q, h.indices);
+    usm_array<T> out(q, std::vector<T>(4 * n_dims, untouched));
+    std::array<T*, 4> ptrs{};
+    for (int k = 0; k < 4; ++k)
+        ptrs[k] = lengths[k] ? out.get() + k * n_dims : nullptr;
+    const st::dataset<L, T*> data(n_dims, h.n_observations, obs.get(),
+                                  h.weights.empty() ? nullptr : w.get(),
+                                  h.indices.empty() ? nullptr : idx.get());
+    call_moment_family<M, T, L>(family, q, mean ? m.get() : nullptr, data, ptrs).wait();
+    for (int k = 0; k < 4; ++k)
+        result[k].assign(out.get() + k * n_dims, out.get() + (k + 1) * n_dims);
+    return result;
 }
 
 // The reference value of output k (declaration order) of `family`.
