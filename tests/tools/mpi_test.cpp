@@ -37,13 +37,17 @@ run_result run(int processes, const std::string& args) {
     // Processes of one machine exchange through shared memory without attaching to each other,
     // which a container may forbid.
     setenv("OMPI_MCA_btl_vader_single_copy_mechanism", "none", 1);
+    // Open MPI unloads its components at MPI_Finalize, and what they allocated at start-up and
+    // kept is then reported as leaks of unknown modules, which no suppression can name. The
+    // program's own leaks are checked by the runs of one process, which take the same paths.
+    const std::string no_leak_check = processes == 0 ? "" : "ASAN_OPTIONS=detect_leaks=0 ";
     const std::string out = temp_path("mpi_out"), err = temp_path("mpi_err");
     const std::string launcher = processes == 0
                                      ? std::string()
                                      : std::string(QND_MPIEXEC) + " --quiet --oversubscribe -n " +
                                            std::to_string(processes) + " ";
-    const std::string command = launcher + "'" + QND_STATS_BIN + "' " + args + " > '" + out +
-                                "' 2> '" + err + "' < /dev/null";
+    const std::string command = no_leak_check + launcher + "'" + QND_STATS_BIN + "' " + args +
+                                " > '" + out + "' 2> '" + err + "' < /dev/null";
     const int raw = std::system(command.c_str());
     return {WIFEXITED(raw) ? WEXITSTATUS(raw) : -1, slurp(out), slurp(err)};
 }
