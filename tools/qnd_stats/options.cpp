@@ -262,8 +262,8 @@ Input:
                         observations of one dimension are contiguous)
 
 Computation:
-  -d, --device D        cpu (default) or gpu. The CPU engine is exact to the last
-                        digits for any data. On a GPU the central sums, variation,
+  -d, --device D        cpu (default) or gpu. The CPU engine keeps full accuracy
+                        for any data. On a GPU the central sums, variation,
                         skewness and kurtosis are taken in two passes (the mean
                         first, then sums of deviations around it), and a minimum
                         or maximum that meets the GPU's seed or clamp value is
@@ -291,6 +291,9 @@ Output:
   -o, --output O        table (default), csv or json
   -h, --help            this text
   -V, --version         the version
+
+Under mpirun (when built with MPI) every process reads its share of FILE and the
+shares' results are merged exactly; process 0 prints them.
 
 Exit status: 0 on success, 1 for data or a computation that fails, 2 for a
 command line that cannot be used.
