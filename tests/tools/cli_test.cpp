@@ -13,30 +13,16 @@
 #include <nlohmann/json.hpp>
 
 #include "compute.hpp"
-#include "temp_files.hpp"
+#include "run_program.hpp"
 
 namespace qnd_stats {
 namespace {
 
-struct run_result {
-    int status = -1;
-    std::string out, err;
-};
-
-std::string slurp(const std::string& path) {
-    std::ifstream f(path, std::ios::binary);
-    std::stringstream ss;
-    ss << f.rdbuf();
-    return ss.str();
-}
-
 // Runs a shell command line in which QND stands for the program.
 run_result run(std::string command) {
-    const std::string out = temp_path("out"), err = temp_path("err");
     for (std::size_t at; (at = command.find("QND")) != std::string::npos;)
         command.replace(at, 3, std::string("'") + QND_STATS_BIN + "'");
-    const int raw = std::system((command + " > '" + out + "' 2> '" + err + "'").c_str());
-    return {WIFEXITED(raw) ? WEXITSTATUS(raw) : -1, slurp(out), slurp(err)};
+    return run_command(command);
 }
 
 const std::string weather = QND_SOURCE_DIR "/examples/data/weather.csv";

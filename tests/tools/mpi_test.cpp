@@ -13,22 +13,10 @@
 
 #include <gtest/gtest.h>
 
-#include "temp_files.hpp"
+#include "run_program.hpp"
 
 namespace qnd_stats {
 namespace {
-
-struct run_result {
-    int status = -1;
-    std::string out, err;
-};
-
-std::string slurp(const std::string& path) {
-    std::ifstream f(path, std::ios::binary);
-    std::stringstream ss;
-    ss << f.rdbuf();
-    return ss.str();
-}
 
 run_result run(int processes, const std::string& args) {
     // Open MPI refuses root unless told twice; a test machine runs as root.
@@ -41,15 +29,12 @@ run_result run(int processes, const std::string& args) {
     // kept is then reported as leaks of unknown modules, which no suppression can name. The
     // program's own leaks are checked by the runs of one process, which take the same paths.
     const std::string no_leak_check = processes == 0 ? "" : "ASAN_OPTIONS=detect_leaks=0 ";
-    const std::string out = temp_path("mpi_out"), err = temp_path("mpi_err");
     const std::string launcher = processes == 0
                                      ? std::string()
                                      : std::string(QND_MPIEXEC) + " --quiet --oversubscribe -n " +
                                            std::to_string(processes) + " ";
-    const std::string command = no_leak_check + launcher + "'" + QND_STATS_BIN + "' " + args +
-                                " > '" + out + "' 2> '" + err + "' < /dev/null";
-    const int raw = std::system(command.c_str());
-    return {WIFEXITED(raw) ? WEXITSTATUS(raw) : -1, slurp(out), slurp(err)};
+    return run_command(no_leak_check + launcher + "'" + QND_STATS_BIN + "' " + args +
+                       " < /dev/null");
 }
 
 // A CSV report as name -> value, its first column naming the dimension.

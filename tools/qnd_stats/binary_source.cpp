@@ -150,11 +150,7 @@ struct binary_source : data_source {
     // After the last observation: nothing may follow, and a file may not have changed size.
     void check_end() {
         if (in.seekable) {
-            const std::uint64_t now = in.current_size();
-            if (now != in.size)
-                throw input_error(path + ": the file changed size while it was read (" +
-                                  std::to_string(in.size) + " bytes when opened, " +
-                                  std::to_string(now) + " now)");
+            in.check_unchanged();
             return;
         }
         if (total < 0) {

@@ -87,6 +87,16 @@ std::uint64_t byte_input::current_size() const {
     return static_cast<std::uint64_t>(st.st_size);
 }
 
+void byte_input::check_unchanged() const {
+    if (!seekable)
+        return;
+    const std::uint64_t now = current_size();
+    if (now != size)
+        throw input_error(path + ": the file changed size while it was read (" +
+                          std::to_string(size) + " bytes when opened, " + std::to_string(now) +
+                          " now)");
+}
+
 void byte_input::make_seekable() {
     if (seekable)
         return;

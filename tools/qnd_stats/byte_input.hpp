@@ -22,6 +22,8 @@ struct byte_input {
     void seek(std::uint64_t offset);
     // The current size of a regular file (it may change while it is read).
     std::uint64_t current_size() const;
+    // Refuses a regular file whose size is no longer what it was when it was opened.
+    void check_unchanged() const;
     // Copies the rest of a pipe into an unnamed temporary file and reads from that instead, so
     // that offsets work. Nothing happens for a regular file.
     void make_seekable();

@@ -491,13 +491,7 @@ struct text_source : data_source {
         meter.finish();
         if (rows == 0 && whole)
             throw input_error(path + ": no observations");
-        if (in.seekable) {
-            const std::uint64_t now = in.current_size();
-            if (now != in.size)
-                throw input_error(path + ": the file changed size while it was read (" +
-                                  std::to_string(in.size) + " bytes when opened, " +
-                                  std::to_string(now) + " now)");
-        }
+        in.check_unchanged();
     }
 
     byte_input in;
