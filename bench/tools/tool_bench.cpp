@@ -29,9 +29,19 @@ std::size_t scaled(std::size_t n) {
     return std::getenv("QND_TOOL_BENCH_SHORT") ? n / 32 : n;
 }
 
+// A file of this run, removed when the program ends.
 std::string bench_path(const char* name) {
-    return (std::getenv("TMPDIR") ? std::string(std::getenv("TMPDIR")) : "/tmp") +
-           "/qnd_tool_bench_" + name;
+    struct made_files {
+        std::vector<std::string> paths;
+        ~made_files() {
+            for (const std::string& p : paths)
+                std::remove(p.c_str());
+        }
+    };
+    static made_files made;
+    made.paths.push_back((std::getenv("TMPDIR") ? std::string(std::getenv("TMPDIR")) : "/tmp") +
+                         "/qnd_tool_bench_" + std::to_string(getpid()) + "_" + name);
+    return made.paths.back();
 }
 
 // A numeric CSV of 6 columns with a header, about 64 MB.
