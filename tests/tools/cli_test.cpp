@@ -93,6 +93,17 @@ TEST(qnd_stats_cli, pipes_are_read_a_chunk_at_a_time) {
     const run_result f =
         run("cat '" + raw + "' | QND -f raw --dims 2 --layout row_major -e mean -o csv -");
     EXPECT_EQ(f.out, "dimension,mean\nx1,4.333333333333333\nx2,27.666666666666668\n") << f.err;
+    // A .npy file of known length from a pipe: all of it, then nothing more; or a byte too many.
+    std::string npy = "{'descr': '<f8', 'fortran_order': False, 'shape': (3, 2), }";
+    npy.resize(117, ' ');
+    npy = std::string("\x93NUMPY\x01\x00\x76\x00", 10) + npy + "\n" +
+          std::string(reinterpret_cast<const char*>(values), sizeof values);
+    const std::string npy_file = write_file("in.npy", npy);
+    const run_result n = run("cat '" + npy_file + "' | QND -f npy -e mean,min_max -o csv -");
+    EXPECT_EQ(n.out, want) << n.err;
+    const run_result longer = run("(cat '" + npy_file + "'; echo) | QND -f npy -");
+    EXPECT_EQ(longer.err,
+              "qnd-stats: -: shape (3, 2) of float64 needs 48 bytes of data, the file holds 49\n");
     const run_result bad = run("cat '" + write_file("bad.txt", "1 2\n3\n") + "' | QND -");
     EXPECT_EQ(bad.status, 1);
     EXPECT_EQ(bad.err, "qnd-stats: -, line 2: 1 field, expected 2 as on line 1\n");
