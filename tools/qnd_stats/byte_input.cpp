@@ -132,4 +132,19 @@ void byte_input::make_seekable() {
     ::lseek(fd, 0, SEEK_SET);
 }
 
+std::uint64_t rereadable_standard_input() {
+    byte_input in("-");
+    if (in.seekable)
+        return in.position;
+    in.make_seekable();
+    if (::dup2(in.fd, 0) < 0)
+        fail("-", "cannot make a temporary copy");
+    return 0;
+}
+
+void rewind_standard_input(std::uint64_t offset) {
+    if (::lseek(0, static_cast<off_t>(offset), SEEK_SET) < 0)
+        fail("-", "cannot read");
+}
+
 }  // namespace qnd_stats

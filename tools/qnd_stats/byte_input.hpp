@@ -35,4 +35,10 @@ struct byte_input {
     std::uint64_t position = 0;  // bytes consumed by read()
 };
 
+// Makes standard input a file that can be read more than once (a pipe is first copied into an
+// unnamed temporary file) and returns the offset where each reading of it starts.
+std::uint64_t rereadable_standard_input();
+// Moves standard input back to that offset for the next reading.
+void rewind_standard_input(std::uint64_t offset);
+
 }  // namespace qnd_stats

@@ -78,8 +78,10 @@ struct needs {
     bool max = false;
 };
 
-needs needs_of(const std::vector<std::string>& families) {
+needs needs_of(const tool_options& o) {
+    const std::vector<std::string>& families = o.estimates;
     needs n;
+    n.min = n.max = o.histogram;
     for (const std::string& f : families) {
         n.raw = n.raw || f == "raw_sum" || f == "raw_moment";
         n.central = n.central || f == "central_sum" || f == "central_moment" || f == "variation" ||
@@ -104,7 +106,7 @@ struct chunk_engine {
           data(data_),
           job(job_),
           o(o_),
-          need(needs_of(o_.estimates)),
+          need(needs_of(o_)),
           gpu(q_.get_device().is_gpu()),
           ncol(static_cast<std::size_t>(data_.n_dims)),
           cap(chunk_rows(o_, data_)),
@@ -157,7 +159,9 @@ struct chunk_engine {
     // all processes make the error.
     partial_results run() {
         while (const std::int64_t r = data.read(chunk_of(obs.ptr), cap)) {
-            if (!weights_short)
+            if (!weights_short && bins)
+                count_bins(r);
+            else if (!weights_short)
                 chunk(r);
             result.n_observations += static_cast<double>(r);
         }
@@ -211,6 +215,31 @@ struct chunk_engine {
             auto& total = result.columns[c];
             total = job.user_mean.empty() ? stats::merge(total, p)
                                           : stats::merge_about_centre(total, p);
+        }
+    }
+
+    void count_bins(std::int64_t r) {
+        stats::partial<double> unused;
+        bool zeros = false;
+        if (weighted(job) && !load_weights(r, unused, zeros))
+            return;
+        const auto rows = static_cast<std::size_t>(r);
+        for (std::size_t c = 0; c < ncol; ++c) {
+            histogram& h = (*bins)[c];
+            if (h.bins.empty())
+                continue;
+            const std::size_t last = h.bins.size() - 1;
+            // Halves, so that a range as wide as double's does not overflow.
+            const double half_span = h.high * 0.5 - h.low * 0.5;
+            const double scale = half_span > 0 ? static_cast<double>(h.bins.size()) / half_span : 0;
+            for (std::size_t i = 0; i < rows; ++i) {
+                const double w = weighted(job) ? static_cast<double>(weights.ptr[i]) : 1.0;
+                const double x = obs.ptr[at(c, i, rows)];
+                if (!(w > 0) || !(x >= h.low && x <= h.high))
+                    continue;
+                const double t = (x * 0.5 - h.low * 0.5) * scale;
+                h.bins[std::min(static_cast<std::size_t>(t), last)] += w;
+            }
         }
     }
 
@@ -372,6 +401,7 @@ struct chunk_engine {
     std::int64_t first_row;  // of the share in the file; -1 when not counted
     bool weights_short = false;
     partial_results result;
+    std::vector<histogram>* bins = nullptr;  // set for the pass that counts them
 };
 
 }  // namespace
@@ -455,6 +485,43 @@ partial_results compute(sycl::queue& queue,
     if (options.use_float)
         return chunk_engine<float>(queue, data, job, options, of, first_row).run();
     return chunk_engine<double>(queue, data, job, options, of, first_row).run();
+}
+
+std::vector<histogram> histogram_ranges(const stats_job& job,
+                                        const std::vector<double>& min_max,
+                                        std::int64_t bins) {
+    std::vector<histogram> h(min_max.size() / 2);
+    for (std::size_t c = 0; c < h.size(); ++c) {
+        h[c].low = min_max[2 * c];
+        h[c].high = min_max[2 * c + 1];
+        const bool kept = job.indices.empty() || job.indices[c] != 0;
+        if (kept && static_cast<std::int64_t>(c) != job.weight_column && std::isfinite(h[c].low) &&
+            std::isfinite(h[c].high) && h[c].low <= h[c].high)
+            h[c].bins.assign(static_cast<std::size_t>(bins), 0.0);
+    }
+    return h;
+}
+
+std::vector<histogram> count_histograms(sycl::queue& queue,
+                                        data_source& data,
+                                        const stats_job& job,
+                                        const tool_options& options,
+                                        std::vector<histogram> ranges,
+                                        const share& of,
+                                        std::int64_t first_row) {
+    tool_options o = options;
+    o.estimates.clear();
+    o.histogram = false;
+    if (options.use_float) {
+        chunk_engine<float> e(queue, data, job, o, of, first_row);
+        e.bins = &ranges;
+        e.run();
+    } else {
+        chunk_engine<double> e(queue, data, job, o, of, first_row);
+        e.bins = &ranges;
+        e.run();
+    }
+    return ranges;
 }
 
 void merge_into(partial_results& a, const partial_results& b, bool about_centre) {

@@ -48,6 +48,29 @@ partial_results compute(sycl::queue& queue,
                         const share& of = {},
                         std::int64_t first_row = 0);
 
+// Equal-width bins of one column over [low, high]: the number of observations in each, or the
+// sum of their weights in a weighted run. The last bin holds high itself.
+struct histogram {
+    double low = 0;
+    double high = 0;
+    std::vector<double> bins;  // empty: the column is not kept, or its range is not finite
+};
+
+// Empty histograms of `bins` bins over each kept column's [min, max] of the merged results.
+std::vector<histogram> histogram_ranges(const stats_job& job,
+                                        const std::vector<double>& min_max,
+                                        std::int64_t bins);
+
+// The bins of the share `of`, read once more: weights and mask as in compute(); NaN and
+// observations of weight 0 are not counted.
+std::vector<histogram> count_histograms(sycl::queue& queue,
+                                        data_source& data,
+                                        const stats_job& job,
+                                        const tool_options& options,
+                                        std::vector<histogram> ranges,
+                                        const share& of = {},
+                                        std::int64_t first_row = 0);
+
 // Merges the results of b (of later observations) into a, as stats::merge does.
 void merge_into(partial_results& a, const partial_results& b, bool about_centre);
 

@@ -9,6 +9,7 @@
 #include <sycl/sycl.hpp>
 #include <tavrel/qnd/exceptions.hpp>
 
+#include "byte_input.hpp"
 #include "compute.hpp"
 #include "data_source.hpp"
 #include "processes.hpp"
@@ -83,7 +84,10 @@ int main(int argc, char** argv) {
     stats_job job;
     std::unique_ptr<sycl::queue> queue;
     std::int64_t share_rows = 0;
+    std::uint64_t input_start = 0;
     attempt(status, message, [&] {
+        if (options.histogram && options.file == "-")
+            input_start = rereadable_standard_input();
         data = open_source(options.file, options, all.of);
         job = prepare_job(*data, options);
         queue = std::make_unique<sycl::queue>(make_queue(options.device, all.local_rank));
@@ -107,6 +111,27 @@ int main(int argc, char** argv) {
         return speaks ? fail(message, status) : status;
 
     all.merge(mine, !job.user_mean.empty());
+
+    // The bins need the range of the whole: a second pass once every process knows it.
+    std::vector<histogram> bins;
+    if (options.histogram) {
+        std::vector<double> min_max;
+        for (const auto& c : mine.columns)
+            min_max.insert(min_max.end(), {c.min, c.max});
+        all.broadcast(min_max);
+        attempt(status, message, [&] {
+            if (options.file == "-")
+                rewind_standard_input(input_start);
+            const auto again = open_source(options.file, options, all.of);
+            bins =
+                count_histograms(*queue, *again, job, options,
+                                 histogram_ranges(job, min_max, options.bins), all.of, first_row);
+        });
+        status = all.agree(status, speaks);
+        if (status != 0)
+            return speaks ? fail(message, status) : status;
+        all.add_up(bins);
+    }
     std::string report;
     if (first)
         attempt(status, message, [&] {
@@ -114,7 +139,7 @@ int main(int argc, char** argv) {
             job.n_observations = static_cast<std::int64_t>(mine.n_observations);
             const report_context context{options.file,
                                          queue->get_device().get_info<sycl::info::device::name>(),
-                                         options.use_float};
+                                         options.use_float, bins};
             report = format_report(context, job, results, options.output);
         });
     status = all.status_of_first(status);

@@ -100,7 +100,7 @@ tool_options parse_options(int argc, const char* const* argv) {
     tool_options o;
     // Flags take no value, not even the "--flag=yes" that the parser would read as true.
     for (int i = 1; i < argc && std::string(argv[i]) != "--"; ++i)
-        for (const char* flag : {"--help", "--version", "--header", "--no-header"})
+        for (const char* flag : {"--help", "--version", "--header", "--no-header", "--histogram"})
             if (std::string(argv[i]).rfind(std::string(flag) + "=", 0) == 0)
                 throw usage_error(std::string("option ") + flag + " takes no value");
 
@@ -130,6 +130,7 @@ tool_options parse_options(int argc, const char* const* argv) {
     app.add_flag("-V,--version", o.version);
     app.add_flag_callback("--header", [&] { o.header = header_choice::present; });
     app.add_flag_callback("--no-header", [&] { o.header = header_choice::absent; });
+    app.add_flag("--histogram", o.histogram);
     // Each value is checked here, so that its refusal names the option in the words of --help.
     const auto value = [&](const char* names, auto set) {
         const std::string name = std::string(names).substr(std::string(names).find("--"));
@@ -188,6 +189,11 @@ tool_options parse_options(int argc, const char* const* argv) {
     value("-e,--estimates", [&](const std::string&, const std::string& v) {
         o.estimates = parse_estimates(v);
         estimates_given = true;
+    });
+    value("--bins", [&](const std::string& n, const std::string& v) {
+        o.bins = positive_count(n, v);
+        if (o.bins > 1000)
+            throw usage_error(n + ": " + in_quotes(v) + " is more than 1000 bins");
     });
     value("-o,--output", [&](const std::string& n, const std::string& v) {
         o.output = choose<output_format>(n, v,
@@ -289,6 +295,11 @@ Computation:
 
 Output:
   -o, --output O        table (default), csv or json
+      --histogram       also count each dimension's observations in equal-width
+                        bins over [min, max] (one more pass over FILE; weighted
+                        runs sum the weights): a line of bars in the table, the
+                        bins in csv and json
+      --bins N          number of bins (default 10, at most 1000)
   -h, --help            this text
   -V, --version         the version
 

@@ -37,6 +37,9 @@ struct tool_options {
     // Families of estimates, in the order of all_families(), without repeats.
     std::vector<std::string> estimates;
     output_format output = output_format::table;
+    // Equal-width bins of each dimension over its [min, max], counted in one more pass.
+    bool histogram = false;
+    std::int64_t bins = 10;
     bool help = false;
     bool version = false;
 };

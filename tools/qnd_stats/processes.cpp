@@ -46,6 +46,25 @@ partial_results unflatten(const std::vector<double>& v, std::size_t columns) {
     return r;
 }
 
+// Combines every process's values into rank 0's in a tree over the ranks: at step s, rank r
+// (a multiple of 2s) takes in the values of rank r + s, which then leaves.
+template <typename Combine>
+void tree(const share& of, std::vector<double>& v, Combine combine) {
+    const int n = static_cast<int>(v.size());
+    for (int step = 1; step < of.size; step *= 2) {
+        if (of.rank % (2 * step) == step) {
+            MPI_Send(v.data(), n, MPI_DOUBLE, of.rank - step, 0, MPI_COMM_WORLD);
+            return;
+        }
+        if (of.rank + step < of.size) {
+            std::vector<double> theirs(v.size());
+            MPI_Recv(theirs.data(), n, MPI_DOUBLE, of.rank + step, 0, MPI_COMM_WORLD,
+                     MPI_STATUS_IGNORE);
+            combine(v, theirs);
+        }
+    }
+}
+
 }  // namespace
 
 processes::processes(int& argc, char**& argv) {
@@ -89,20 +108,29 @@ std::int64_t processes::rows_before(std::int64_t rows) {
 
 void processes::merge(partial_results& mine, bool about_centre) {
     std::vector<double> v = flatten(mine);
-    const int n = static_cast<int>(v.size());
-    for (int step = 1; step < of.size; step *= 2) {
-        if (of.rank % (2 * step) == step) {
-            MPI_Send(v.data(), n, MPI_DOUBLE, of.rank - step, 0, MPI_COMM_WORLD);
-            return;
-        }
-        if (of.rank + step < of.size) {
-            std::vector<double> theirs(v.size());
-            MPI_Recv(theirs.data(), n, MPI_DOUBLE, of.rank + step, 0, MPI_COMM_WORLD,
-                     MPI_STATUS_IGNORE);
-            merge_into(mine, unflatten(theirs, mine.columns.size()), about_centre);
-            v = flatten(mine);
-        }
-    }
+    tree(of, v, [&](std::vector<double>& ours, const std::vector<double>& theirs) {
+        merge_into(mine, unflatten(theirs, mine.columns.size()), about_centre);
+        ours = flatten(mine);
+    });
+}
+
+void processes::broadcast(std::vector<double>& values) {
+    if (of.size > 1)
+        MPI_Bcast(values.data(), static_cast<int>(values.size()), MPI_DOUBLE, 0, MPI_COMM_WORLD);
+}
+
+void processes::add_up(std::vector<histogram>& mine) {
+    std::vector<double> v;
+    for (const histogram& h : mine)
+        v.insert(v.end(), h.bins.begin(), h.bins.end());
+    tree(of, v, [](std::vector<double>& ours, const std::vector<double>& theirs) {
+        for (std::size_t k = 0; k < ours.size(); ++k)
+            ours[k] += theirs[k];
+    });
+    const double* p = v.data();
+    for (histogram& h : mine)
+        for (double& b : h.bins)
+            b = *p++;
 }
 
 int processes::status_of_first(int status) {
@@ -123,6 +151,8 @@ std::int64_t processes::rows_before(std::int64_t) {
     return 0;
 }
 void processes::merge(partial_results&, bool) {}
+void processes::broadcast(std::vector<double>&) {}
+void processes::add_up(std::vector<histogram>&) {}
 int processes::status_of_first(int status) {
     return status;
 }

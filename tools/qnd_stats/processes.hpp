@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstdint>
+#include <vector>
 
 #include "compute.hpp"
 #include "share.hpp"
@@ -23,6 +24,10 @@ struct processes {
     // Merges the results of all processes into rank 0's, in a tree over the ranks whose shape
     // depends on the number of processes only, so that a run gives the same bits every time.
     void merge(partial_results& mine, bool about_centre);
+    // Rank 0's values on every process (each gives as many).
+    void broadcast(std::vector<double>& values);
+    // Adds the bins of all processes into rank 0's, over the same tree as merge.
+    void add_up(std::vector<histogram>& mine);
     // Rank 0's status, on every process.
     int status_of_first(int status);
 

@@ -53,6 +53,38 @@ std::string json_number(double v, int digits) {
     return std::isfinite(v) ? number(v, digits) : "null";
 }
 
+// Columns on a terminal: UTF-8 continuation bytes take none.
+std::size_t display_width(const std::string& s) {
+    return static_cast<std::size_t>(
+        std::count_if(s.begin(), s.end(), [](char c) { return (c & 0xc0) != 0x80; }));
+}
+
+const histogram* histogram_of(const report_context& c, const stats_job& job, std::size_t d) {
+    if (c.histograms.empty())
+        return nullptr;
+    const histogram& h = c.histograms[static_cast<std::size_t>(job.columns[d])];
+    return h.bins.empty() ? nullptr : &h;
+}
+
+// One bar per bin, its height proportional to the bin's count; an empty bin is a blank.
+std::string bars(const histogram* h) {
+    if (h == nullptr)
+        return "-";
+    static const char* const levels[] = {"▁", "▂", "▃", "▄", "▅", "▆", "▇", "█"};
+    const double top = *std::max_element(h->bins.begin(), h->bins.end());
+    std::string s;
+    for (double b : h->bins)
+        s += b > 0 ? levels[std::min(7, static_cast<int>(b / top * 8))] : " ";
+    return s;
+}
+
+std::string bin_list(const histogram* h, int digits, const char* separator) {
+    std::string s;
+    for (std::size_t k = 0; h != nullptr && k < h->bins.size(); ++k)
+        s += (k ? separator : "") + number(h->bins[k], digits);
+    return s;
+}
+
 std::vector<std::size_t> kept_dims(const stats_job& job) {
     std::vector<std::size_t> dims;
     for (std::size_t d = 0; d < job.columns.size(); ++d)
@@ -75,10 +107,15 @@ std::string table(const report_context& c,
         for (std::size_t d : dims)
             cells.back().push_back(number(q.values[d], 7));
     }
+    if (!c.histograms.empty()) {
+        cells.push_back({"histogram"});
+        for (std::size_t d : dims)
+            cells.back().push_back(bars(histogram_of(c, job, d)));
+    }
     std::vector<std::size_t> width(dims.size() + 1, 0);
     for (const auto& row : cells)
         for (std::size_t k = 0; k < row.size(); ++k)
-            width[k] = std::max(width[k], row[k].size());
+            width[k] = std::max(width[k], display_width(row[k]));
 
     const std::size_t n = static_cast<std::size_t>(job.n_observations);
     std::string s =
@@ -88,9 +125,9 @@ std::string table(const report_context& c,
         (job.user_mean.empty() ? "" : ", around the given mean") + "; " +
         (c.use_float ? "float" : "double") + " on " + c.device + "\n";
     for (const auto& row : cells) {
-        std::string line = row[0] + std::string(width[0] - row[0].size(), ' ');
+        std::string line = row[0] + std::string(width[0] - display_width(row[0]), ' ');
         for (std::size_t k = 1; k < row.size(); ++k)
-            line += "  " + std::string(width[k] - row[k].size(), ' ') + row[k];
+            line += "  " + std::string(width[k] - display_width(row[k]), ' ') + row[k];
         s += line + "\n";
     }
     return s;
@@ -103,11 +140,13 @@ std::string csv(const report_context& c,
     std::string s = "dimension";
     for (const quantity& q : results)
         s += "," + q.name;
-    s += "\n";
+    s += c.histograms.empty() ? "\n" : ",histogram\n";
     for (std::size_t d : kept_dims(job)) {
         s += csv_field(job.names[d]);
         for (const quantity& q : results)
             s += "," + number(q.values[d], digits);
+        if (!c.histograms.empty())
+            s += "," + bin_list(histogram_of(c, job, d), digits, " ");
         s += "\n";
     }
     return s;
@@ -133,6 +172,14 @@ std::string json(const report_context& c,
             s += ", \"given_mean\": " + json_number(job.user_mean[d], digits);
         for (const quantity& q : results)
             s += ", " + json_string(q.name) + ": " + json_number(q.values[d], digits);
+        if (!c.histograms.empty()) {
+            const histogram* h = histogram_of(c, job, d);
+            s += ", \"histogram\": ";
+            s += h == nullptr ? "null"
+                              : "{\"low\": " + json_number(h->low, digits) +
+                                    ", \"high\": " + json_number(h->high, digits) +
+                                    ", \"bins\": [" + bin_list(h, digits, ", ") + "]}";
+        }
         s += "}";
     }
     s += dims.empty() ? "]\n}\n" : "\n  ]\n}\n";
