@@ -57,6 +57,15 @@ std::map<std::string, double> values_of(const std::string& csv) {
     return v;
 }
 
+// The last field of each row: the bins, with --histogram.
+std::vector<std::string> last_fields(const std::string& csv) {
+    std::vector<std::string> v;
+    std::istringstream lines(csv);
+    for (std::string line; std::getline(lines, line);)
+        v.push_back(line.substr(line.rfind(',') + 1));
+    return v;
+}
+
 TEST(qnd_stats_mpi, any_number_of_processes_gives_one_process_results) {
     std::string csv = "a,b,c,w\n";
     for (int i = 0; i < 500; ++i)
@@ -77,8 +86,8 @@ TEST(qnd_stats_mpi, any_number_of_processes_gives_one_process_results) {
     const std::string two = write_file("two.csv", "x\n1\n4\n");
 
     for (const std::string& args :
-         {"--chunk-rows 7 " + data, "--weight-column w -m 1,3 " + data,
-          "--chunk-rows 64 -w " + weights_file + " --mean 50,2,1,2 " + data,
+         {"--chunk-rows 7 --histogram " + data, "--weight-column w -m 1,3 " + data,
+          "--chunk-rows 64 --histogram -w " + weights_file + " --mean 50,2,1,2 " + data,
           "--dims 2 --layout row_major -w " + weights_file + " " + raw_file, "-d gpu " + two}) {
         SCOPED_TRACE(args);
         const run_result one = run(0, "-o csv " + args);
@@ -91,6 +100,8 @@ TEST(qnd_stats_mpi, any_number_of_processes_gives_one_process_results) {
             EXPECT_EQ(r.err, "");
             const auto got = values_of(r.out);
             ASSERT_EQ(got.size(), want.size());
+            if (args.find("--histogram") != std::string::npos)  // exact counts and whole weights
+                EXPECT_EQ(last_fields(r.out), last_fields(one.out));
             for (const auto& [k, v] : want) {
                 const bool excess = k.find("kurtosis") != std::string::npos;
                 if (std::isnan(v))
