@@ -230,11 +230,9 @@ std::string line_of(E what) {
 // The catch ladder: one exact line per kind of exception, formatted into 1024 bytes, and -2
 // whatever the groups before it returned.
 TEST(offload_entry_points, each_kind_of_exception_prints_its_line_and_returns_minus_2) {
-    const std::string head = "Pelloran Stats: ";
+    const std::string head = "Pelloran Stats: ", ours = "tavrel::qnd::exception: what: ";
     EXPECT_EQ(line_of(tavrel::qnd::invalid_argument("stats", "max", "injected")),
-              head +
-                  "tavrel::qnd::exception: what: tavrel::qnd::stats::max: invalid argument: "
-                  "injected\n");
+              head + ours + "tavrel::qnd::stats::max: invalid argument: injected\n");
     EXPECT_EQ(line_of(sycl::exception(sycl::make_error_code(sycl::errc::runtime), "lost")),
               head + "sycl::exception what: lost \n");
     EXPECT_EQ(line_of(std::runtime_error("device gone")),
