@@ -48,25 +48,22 @@ void expect_refusals(const std::vector<refusal>& refusals) {
 // The pointer forms with a caller's mean, which may be null here, and one output.
 void call_with_mean(moment_family family, sycl::queue& q, double* m, const ptr_data& d, double* o) {
     using mf = moment_family;
-    if (family == mf::central_sum)
-        st::central_sum<1, double>(q, m, d, o, nullptr, nullptr);
-    else if (family == mf::central_moment)
-        st::central_moment<1, double>(q, m, d, o, nullptr, nullptr);
-    else if (family == mf::variation)
-        st::variation<1, double>(q, m, d, o);
-    else if (family == mf::skewness)
-        st::skewness<1, double>(q, m, d, o);
-    else
-        st::kurtosis<1, double>(q, m, d, o);
+    // clang-format off
+    switch (family) {
+        case mf::central_sum: st::central_sum<1, double>(q, m, d, o, nullptr, nullptr); break;
+        case mf::central_moment: st::central_moment<1, double>(q, m, d, o, nullptr, nullptr); break;
+        case mf::variation: st::variation<1, double>(q, m, d, o); break;
+        case mf::skewness: st::skewness<1, double>(q, m, d, o); break;
+        default: st::kurtosis<1, double>(q, m, d, o);
+    }
+    // clang-format on
 }
 
 class checks : public ::testing::TestWithParam<sycl::device> {};
 
 // Missing outputs are named first, then a missing caller's mean; under both method values, so
-// before the refusal of value 2 of the central families on a GPU.
+// before the refusal of value 2 of the central families on a GPU. "all ..." takes the plural.
 TEST_P(checks, moment_families_name_what_is_missing) {
-    // What each family names as missing, by family: "<it> is nullptr", "<it> array length is 0",
-    // and for the plural ones "<them> are nullptr", "<them> arrays length is 0".
     const std::string missing[] = {"mean",        "all sums",  "all moments", "all sums",
                                    "all moments", "variation", "skewness",    "kurtosis"};
     sycl::queue q(GetParam());
@@ -105,13 +102,11 @@ TEST_P(checks, moment_families_name_what_is_missing) {
     }
 }
 
-// min_max tests its minimum first: with both missing, the minimum is named. What is given
-// stays as it was.
+// min_max tests its minimum first: with both missing, the minimum is named. What is given stays.
 TEST_P(checks, extreme_families_name_what_is_missing) {
     sycl::queue q(GetParam());
     usm_array<float> obs(q, std::vector<float>{1, 2, 3, 4}), given(q, std::vector<float>{-7, -7});
-    float* const lo = given.get();
-    float* const hi = given.get() + 1;
+    float *const lo = given.get(), *const hi = lo + 1;
     const st::dataset<st::row_major, float*> data(1, 4, obs.get());
     using fbuf = sycl::buffer<float, 1>;
     const st::dataset<st::row_major, fbuf> b_data(1, 4, fbuf{sycl::range<1>(4)});
@@ -147,12 +142,10 @@ const std::string range_words =
     "Provided range is out of integer limits. Pass `-fno-sycl-id-queries-fit-in-int' to disable "
     "range check.";
 
-// On a GPU, what stops a call before anything is launched, leaving the outputs as they were:
-// method value 2 of central_sum and central_moment, which has no GPU form, in
-// either form; a first step of 2^31 work-items, in both engines (the observations are never read,
-// so one element stands in for them); and, before anything is allocated, a dependency that
-// failed, which surfaces on the caller's thread, and a device of one-item work-groups, which cannot
-// shrink a tree of partials (one observation still needs no tree).
+// On a GPU, what stops a call before any launch, outputs untouched: method value 2 of the central
+// families (no GPU form); a first step of 2^31 work-items (the observations are never read); and,
+// before any allocation, a failed dependency (raised on the caller's thread) and one-item groups,
+// which cannot shrink a tree of partials (one observation needs none).
 TEST(checks_gpu, calls_stopped_before_anything_runs) {
     const auto rethrow = [](sycl::exception_list errors) {
         for (const std::exception_ptr& e : errors)
@@ -172,7 +165,8 @@ TEST(checks_gpu, calls_stopped_before_anything_runs) {
             h.host_task([] { throw std::runtime_error("dependency failed"); });
         });
     };
-    const std::string no_form = ": unimplemented functionality: for this method";
+    const std::string no_form = ": unimplemented functionality: for this method",
+                      dep = "dependency failed";
     const std::string no_cs = "tavrel::qnd::stats::central_sum" + no_form,
                       no_cm = "tavrel::qnd::stats::central_moment" + no_form;
     // clang-format off
@@ -189,7 +183,6 @@ TEST(checks_gpu, calls_stopped_before_anything_runs) {
     sycl::ext::hostsycl::set_usm_observer([&](sycl::ext::hostsycl::usm_op op, void*, std::size_t) {
         device_mallocs += op == sycl::ext::hostsycl::usm_op::malloc_device;
     });
-    const std::string dep = "dependency failed";
     expect_refusals({
         {[&] { st::kurtosis<1, double>(q, data, out.get(), {failed()}); }, dep},
         {[&] { st::min_max<1, double>(q, data, out.get(), out.get() + 1, {failed()}); }, dep},

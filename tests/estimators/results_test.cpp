@@ -26,6 +26,7 @@ namespace {
 namespace st = tavrel::qnd::stats;
 using namespace qnd_test;
 using mf = moment_family;
+constexpr mf rs = mf::raw_sum, rm = mf::raw_moment, cs = mf::central_sum, cm = mf::central_moment;
 template <typename T>
 using outputs = std::vector<std::vector<T>>;  // the family's outputs, each read back whole
 
@@ -95,8 +96,7 @@ std::string trace_of(const call& c, bool weighted) {
 class moments : public ::testing::TestWithParam<sycl::device> {};
 
 struct exact_case {
-    std::vector<double> values;   // one dimension
-    std::vector<double> weights;  // empty: unweighted
+    std::vector<double> values, weights;  // one dimension; no weights: unweighted
     moment_family family;
     int output;       // declaration order
     double expected;  // NaN: not a number expected
@@ -112,21 +112,17 @@ TEST_P(moments, small_cases_known_exactly) {
     const std::vector<double> f{5, 5, 5, 5}, nw{-1, nan, 1, 1}, mw{2, -3, 1}, z{0, 0, 0, 0};
     // clang-format off
     const std::vector<exact_case> cases{
-        {a, {}, mf::mean, 0, 2.0},               {a, {}, mf::raw_sum, 3, 98.0},
-        {a, {}, mf::raw_sum, 1, 14.0},           {a, {}, mf::raw_moment, 2, 12.0},
-        {a, {}, mf::central_sum, 0, 2.0},        {a, {}, mf::central_sum, 1, 0.0},
-        {a, {}, mf::central_sum, 2, 2.0},        {a, {}, mf::central_moment, 0, 1.0},
-        {a, {}, mf::central_moment, 2, 2.0 / 3}, {b, {}, mf::central_sum, 2, 10.25},
-        {b, {}, mf::central_moment, 2, 2.5625},  {b, {}, mf::central_moment, 0, v},
-        {b, {}, mf::skewness, 0, 0.0},           {b, {}, mf::kurtosis, 0, 2.5625 / (v * v) - 3},
+        {a, {}, mf::mean, 0, 2.0},      {a, {}, rs, 3, 98.0},      {a, {}, rs, 1, 14.0},
+        {a, {}, rm, 2, 12.0},           {a, {}, cs, 0, 2.0},       {a, {}, cs, 1, 0.0},
+        {a, {}, cs, 2, 2.0},            {a, {}, cm, 0, 1.0},       {a, {}, cm, 2, 2.0 / 3},
+        {b, {}, cs, 2, 10.25},          {b, {}, cm, 2, 2.5625},    {b, {}, cm, 0, v},
+        {b, {}, mf::skewness, 0, 0.0},  {b, {}, mf::kurtosis, 0, 2.5625 / (v * v) - 3},
         {b, {}, mf::variation, 0, std::sqrt(v) / 2.5}, {{-1, -2, -3}, {}, mf::variation, 0, -0.5},
-        {b, z, mf::mean, 0, 2.5},                {b, z, mf::central_moment, 0, v},
-        {b, nw, mf::central_moment, 0, v},       {a, mw, mf::mean, 0, 7.0 / 4.0},
-        {a, mw, mf::raw_sum, 0, 7.0},            {a, mw, mf::raw_sum, 1, 15.0},
-        {b, twos, mf::central_moment, 0, v},     {b, twos, mf::central_moment, 2, 2.5625},
-        {b, twos, mf::raw_sum, 1, 60.0},         {b, twos, mf::kurtosis, 0, 2.5625 / (v * v) - 3},
-        {f, {}, mf::skewness, 0, nan},           {f, {}, mf::kurtosis, 0, nan},
-        {f, {}, mf::variation, 0, 0.0},          {{7}, {}, mf::central_moment, 0, nan},
+        {b, z, mf::mean, 0, 2.5},       {b, z, cm, 0, v},          {b, nw, cm, 0, v},
+        {a, mw, mf::mean, 0, 7.0 / 4.0}, {a, mw, rs, 0, 7.0},      {a, mw, rs, 1, 15.0},
+        {b, twos, cm, 0, v},            {b, twos, cm, 2, 2.5625},  {b, twos, rs, 1, 60.0},
+        {b, twos, mf::kurtosis, 0, 2.5625 / (v * v) - 3},          {f, {}, mf::skewness, 0, nan},
+        {f, {}, mf::kurtosis, 0, nan},  {f, {}, mf::variation, 0, 0.0}, {{7}, {}, cm, 0, nan},
         {{1, nan, 3}, {}, mf::mean, 0, nan}};
     // clang-format on
     sycl::queue q(GetParam());
@@ -159,12 +155,10 @@ TEST_P(moments, small_cases_known_exactly) {
     }
 }
 
-// Every family and form with every output given and with outputs left out, under both method
-// values, unweighted and weighted with a mask. Outputs left out are never written, not even the
-// lowest order, which the GPU engine writes with no test (in the buffer form into storage that
-// belongs to no caller). The plane count P of each row follows the outputs given: a next step
-// asks for P planes of local memory, one more with weights, whatever gap the kept powers leave;
-// single and first steps ask for one.
+// Every family and form with outputs given and left out, both method values, unweighted and
+// weighted with a mask. Outputs left out are never written, not even the lowest order, which the
+// GPU engine writes with no test. A next step asks for P planes of local memory (one more with
+// weights), following the outputs given whatever gap they leave; single and first steps for one.
 struct row {
     moment_family family;
     std::array<bool, 4> given;  // outputs given, in declaration order
@@ -176,22 +170,17 @@ template <typename T, st::layout L>
 void check_rows(const sycl::device& dev) {
     // clang-format off
     const row rows[] = {
-        {mf::mean, {1}, false, 1},                  {mf::raw_sum, {1, 1, 1, 1}, false, 4},
-        {mf::raw_sum, {1, 0, 0, 0}, false, 1},      {mf::raw_sum, {1, 1, 0, 0}, false, 2},
-        {mf::raw_sum, {1, 0, 1, 0}, false, 3},      {mf::raw_sum, {1, 0, 0, 1}, false, 4},
-        {mf::raw_sum, {0, 0, 0, 1}, false, 4},      {mf::raw_sum, {0, 1, 0, 0}, false, 2},
-        {mf::raw_moment, {1, 1, 1, 1}, false, 4},   {mf::raw_moment, {1, 1, 0, 0}, false, 2},
-        {mf::raw_moment, {0, 0, 1, 0}, false, 3},   {mf::central_sum, {1, 1, 1}, false, 4},
-        {mf::central_sum, {1, 0, 0}, false, 2},     {mf::central_sum, {1, 1, 0}, false, 3},
-        {mf::central_sum, {0, 1, 0}, false, 3},     {mf::central_sum, {0, 0, 1}, false, 4},
-        {mf::central_moment, {1, 1, 1}, false, 4},  {mf::central_moment, {1, 0, 1}, false, 4},
-        {mf::central_moment, {0, 1, 1}, false, 4},  {mf::central_sum, {1, 1, 1}, true, 3},
-        {mf::central_sum, {1, 0, 0}, true, 1},      {mf::central_sum, {1, 1, 0}, true, 2},
-        {mf::central_sum, {0, 1, 0}, true, 2},      {mf::central_moment, {1, 1, 1}, true, 3},
-        {mf::central_moment, {1, 0, 1}, true, 3},   {mf::central_moment, {0, 0, 1}, true, 3},
-        {mf::variation, {1}, false, 2},             {mf::skewness, {1}, false, 3},
-        {mf::kurtosis, {1}, false, 4},              {mf::variation, {1}, true, 1},
-        {mf::skewness, {1}, true, 2},               {mf::kurtosis, {1}, true, 3}};
+        {mf::mean, {1}, false, 1},  {rs, {1, 1, 1, 1}, false, 4}, {rs, {1, 0, 0, 0}, false, 1},
+        {rs, {1, 1, 0, 0}, false, 2}, {rs, {1, 0, 1, 0}, false, 3}, {rs, {1, 0, 0, 1}, false, 4},
+        {rs, {0, 0, 0, 1}, false, 4}, {rs, {0, 1, 0, 0}, false, 2}, {rm, {1, 1, 1, 1}, false, 4},
+        {rm, {1, 1, 0, 0}, false, 2}, {rm, {0, 0, 1, 0}, false, 3}, {cs, {1, 1, 1}, false, 4},
+        {cs, {1, 0, 0}, false, 2},    {cs, {1, 1, 0}, false, 3},    {cs, {0, 1, 0}, false, 3},
+        {cs, {0, 0, 1}, false, 4},    {cm, {1, 1, 1}, false, 4},    {cm, {1, 0, 1}, false, 4},
+        {cm, {0, 1, 1}, false, 4},    {cs, {1, 1, 1}, true, 3},     {cs, {1, 0, 0}, true, 1},
+        {cs, {1, 1, 0}, true, 2},     {cs, {0, 1, 0}, true, 2},     {cm, {1, 1, 1}, true, 3},
+        {cm, {1, 0, 1}, true, 3},     {cm, {0, 0, 1}, true, 3},     {mf::variation, {1}, false, 2},
+        {mf::skewness, {1}, false, 3}, {mf::kurtosis, {1}, false, 4}, {mf::variation, {1}, true, 1},
+        {mf::skewness, {1}, true, 2},  {mf::kurtosis, {1}, true, 3}};
     // clang-format on
     sycl::queue q(dev);
     for (bool weighted : {false, true}) {
@@ -230,8 +219,7 @@ void check_rows(const sycl::device& dev) {
                     }
                 }
                 // On the CPU, central_sum of value 1 without a mean asks the core library for its
-                // method 2 in the pointer form and 1 in the buffer form: the same quantities by
-                // two computations, which may differ in the last bits.
+                // method 2 in the pointer form, 1 in the buffer form: last bits may differ.
                 if (!r.given[0] ||
                     (dev.is_cpu() && method == 1 && !r.user_mean && r.family == mf::central_sum))
                     continue;
