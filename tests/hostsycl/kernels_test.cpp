@@ -103,10 +103,8 @@ TEST_P(kernels, barrier_shapes_match_group_by_group_references) {
     }
 }
 
-// The collectives the engines use: a group copy that every work-item reads after its wait, then
-// sums with an initial value, minima and maxima back to back; every work-item keeps what it got,
-// so each must read a result before the next collective overwrites it, and sums fold in local id
-// order (magnitudes far apart show any other order).
+// The engines' collectives back to back after a group copy: each work-item must read a result
+// before the next overwrites it, and sums fold in local id order (far-apart magnitudes show it).
 TEST_P(kernels, collectives_give_every_work_item_the_results_folded_in_local_id_order) {
     const std::size_t n = 3 * local, L = local;
     float* in = sycl::malloc_device<float>(n, q);
@@ -144,8 +142,8 @@ TEST_P(kernels, collectives_give_every_work_item_the_results_folded_in_local_id_
     sycl::free(out, q);
 }
 
-// Every group fills its two local arrays and the slack behind the second with its own id,
-// then counts what it reads back that is not its own: groups run concurrently on the pool.
+// Groups run concurrently on the pool: each fills its two local arrays and the slack behind the
+// second with its own id, then counts what it reads back that is not its own.
 TEST_P(kernels, each_group_runs_once_and_sees_only_its_own_local_memory_and_slack) {
     constexpr std::size_t groups = 64;
     int* runs = sycl::malloc_shared<int>(groups, q);

@@ -58,8 +58,7 @@ TEST(platform, the_gpu_group_size_comes_from_the_environment_when_it_is_a_number
     }
 }
 
-// The emulated GPU splits into two tiles and each tile into two slices, the same devices with
-// the same native handles every time.
+// The emulated GPU splits into two tiles of two slices, the same devices and handles every time.
 TEST(platform, the_emulated_gpu_splits_into_tiles_and_slices) {
     const sycl::device gpu{sycl::gpu_selector_v};
     const auto split = [](const sycl::device& d) {
@@ -129,16 +128,15 @@ TEST(native_handles, context_and_queue_round_trips_keep_the_native_objects) {
     {
         void* hq = sycl::get_native<native>(q);
         sycl::queue back = sycl::detail::make_queue(handle(hq), 1, ctx, &gpu, true, {}, {}, native);
-        EXPECT_EQ(sycl::get_native<native>(back), hq);
-        EXPECT_EQ(back.get_device(), gpu);
-        EXPECT_EQ(back.get_context(), ctx);
+        EXPECT_EQ(std::tuple(sycl::get_native<native>(back), back.get_device(), back.get_context()),
+                  std::tuple(hq, gpu, ctx));
         back.submit([&](sycl::handler& cgh) { cgh.host_task([&] { cell[1] = cell[0]; }); });
     }
     EXPECT_EQ(cell[1], 7);
 }
 
-// Adopted handles (keep_ownership false) give up one reference with their last copy; kept
-// ones give up nothing.
+// Adopted handles (keep_ownership false) give up one reference with their last copy, kept ones
+// none.
 TEST(native_handles, ownership_taken_is_released_with_the_last_copy) {
     sycl::queue q{sycl::cpu_selector_v};
     void* hc = sycl::get_native<native>(q.get_context());

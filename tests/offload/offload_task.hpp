@@ -139,8 +139,7 @@ struct offload_task {
 };
 
 // The fields in `written` hold their estimate in the kept dimensions, all others are untouched;
-// under the caller's mean (`centre`, or empty) `mean` still holds it. The extremes ignore weights,
-// and a maximum at or below the smallest positive normal value is stored as that value.
+// `mean` keeps the caller's mean (`centre`, if any). Extremes: see extremes_of.
 template <typename T>
 void expect_results(const offload_task<T>& t,
                     fields written,
@@ -152,10 +151,10 @@ void expect_results(const offload_task<T>& t,
         // The references in the order of field_names; the mean is the raw moment of order 1.
         // clang-format off
         const long double want[] = {
-            r.raw_moment(1), r.raw_moment(2), r.raw_moment(3), r.raw_moment(4),
-            r.central_moment(2), r.central_moment(3), r.central_moment(4),
-            r.raw[1], r.raw[2], r.raw[3], r.raw[4], r.central_sum(2), r.central_sum(3), r.central_sum(4),
-            r.kurtosis(), r.skewness(), r.variation(), extremes.first, extremes.second};
+            r.raw_moment(1), r.raw_moment(2), r.raw_moment(3), r.raw_moment(4), r.central_moment(2),
+            r.central_moment(3), r.central_moment(4), r.raw[1], r.raw[2], r.raw[3], r.raw[4],
+            r.central_sum(2), r.central_sum(3), r.central_sum(4), r.kurtosis(), r.skewness(),
+            r.variation(), extremes.first, extremes.second};
         // clang-format on
         for (std::size_t f = 0; f < field_names.size(); ++f) {
             const long double got = t.array(f)[d];

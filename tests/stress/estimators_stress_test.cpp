@@ -1,7 +1,6 @@
-// Many threads through shared queues: 16 threads make 1,000 estimator calls each, drawn from
-// every family, both forms, both layouts, with and without weights and a mask, on one CPU queue
-// and two emulated-GPU queues that all threads share. Every result must equal, bit for bit, what
-// the same call gave when made alone before the threads started.
+// 16 threads make 1,000 estimator calls each on three shared queues (CPU, two emulated GPUs), of
+// every family, form, layout, weighting and masking; each result equals, bit for bit, the call
+// alone.
 #include <array>
 #include <cstdint>
 #include <cstring>
