@@ -1,7 +1,5 @@
-// What stops an exported estimator before anything is launched: the checks of its arguments, in
-// their order and with their words, on the CPU and the GPU, in the pointer and the buffer form;
-// method value 2 of the central families on a GPU; a failed dependency; and a launch range past
-// 31 bits, with the range test's own words and order.
+// What stops an exported estimator before anything is launched, in order and in its words: argument
+// checks in both forms, GPU-only refusals, a failed dependency and launch ranges past 31 bits.
 #include <array>
 #include <cstdint>
 #include <functional>
@@ -50,33 +48,24 @@ void expect_refusals(const std::vector<refusal>& refusals) {
 // The pointer forms with a caller's mean, which may be null here, and one output.
 void call_with_mean(moment_family family, sycl::queue& q, double* m, const ptr_data& d, double* o) {
     using mf = moment_family;
-    if (family == mf::central_sum)
-        st::central_sum<1, double>(q, m, d, o, nullptr, nullptr);
-    else if (family == mf::central_moment)
-        st::central_moment<1, double>(q, m, d, o, nullptr, nullptr);
-    else if (family == mf::variation)
-        st::variation<1, double>(q, m, d, o);
-    else if (family == mf::skewness)
-        st::skewness<1, double>(q, m, d, o);
-    else
-        st::kurtosis<1, double>(q, m, d, o);
+    // clang-format off
+    switch (family) {
+        case mf::central_sum: st::central_sum<1, double>(q, m, d, o, nullptr, nullptr); break;
+        case mf::central_moment: st::central_moment<1, double>(q, m, d, o, nullptr, nullptr); break;
+        case mf::variation: st::variation<1, double>(q, m, d, o); break;
+        case mf::skewness: st::skewness<1, double>(q, m, d, o); break;
+        default: st::kurtosis<1, double>(q, m, d, o);
+    }
+    // clang-format on
 }
 
 class checks : public ::testing::TestWithParam<sycl::device> {};
 
 // Missing outputs are named first, then a missing caller's mean; under both method values, so
-// before the refusal of value 2 of the central families on a GPU.
+// before the refusal of value 2 of the central families on a GPU. "all ..." takes the plural.
 TEST_P(checks, moment_families_name_what_is_missing) {
-    const char* const missing[][2] = {
-        {"mean is nullptr", "mean array length is 0"},
-        {"all sums are nullptr", "all sums arrays length is 0"},
-        {"all moments are nullptr", "all moments arrays length is 0"},
-        {"all sums are nullptr", "all sums arrays length is 0"},
-        {"all moments are nullptr", "all moments arrays length is 0"},
-        {"variation is nullptr", "variation array length is 0"},
-        {"skewness is nullptr", "skewness array length is 0"},
-        {"kurtosis is nullptr", "kurtosis array length is 0"},
-    };
+    const std::string missing[] = {"mean",        "all sums",  "all moments", "all sums",
+                                   "all moments", "variation", "skewness",    "kurtosis"};
     sycl::queue q(GetParam());
     usm_array<double> obs(q, std::vector<double>{1, 2, 3}), out(q, 3), mean(q, 3);
     const ptr_data data{1, 3, obs.get()};
@@ -86,8 +75,10 @@ TEST_P(checks, moment_families_name_what_is_missing) {
     for (const moment_family_info& f : moment_families()) {
         const std::string head =
             std::string("tavrel::qnd::stats::") + f.name + ": invalid argument: ";
-        const std::string words = head + missing[static_cast<int>(f.family)][0];
-        const std::string b_words = head + missing[static_cast<int>(f.family)][1];
+        const std::string& it = missing[static_cast<int>(f.family)];
+        const bool plural = it.rfind("all ", 0) == 0;
+        const std::string words = head + it + (plural ? " are nullptr" : " is nullptr");
+        const std::string b_words = head + it + (plural ? " arrays" : " array") + " length is 0";
         const auto fm = f.family;
         std::vector<refusal> refusals{
             {[&] { call_moment_family<1, double>(fm, q, nullptr, data, {}); }, words},
@@ -97,30 +88,25 @@ TEST_P(checks, moment_families_name_what_is_missing) {
         };
         std::array<buf, 4> last_given = empty;
         last_given[f.n_outputs - 1] = buf{sycl::range<1>(1)};
-        if (f.takes_user_mean) {
-            refusals.insert(
-                refusals.end(),
-                {
-                    {[&] { call_with_mean(fm, q, nullptr, data, nullptr); }, words},
-                    {[&] { call_with_mean(fm, q, mean.get(), data, nullptr); }, words},
-                    {[&] { call_with_mean(fm, q, nullptr, data, out.get()); },
-                     head + "mean is nullptr"},
-                    {[&] { call_buffer_form<1, double>(fm, q, &none, b_data, empty); }, b_words},
-                    {[&] { call_buffer_form<1, double>(fm, q, &none, b_data, last_given); },
-                     head + "mean array length is 0"},
-                });
-        }
+        // clang-format off
+        if (f.takes_user_mean)
+            refusals.insert(refusals.end(), {
+                {[&] { call_with_mean(fm, q, nullptr, data, nullptr); }, words},
+                {[&] { call_with_mean(fm, q, mean.get(), data, nullptr); }, words},
+                {[&] { call_with_mean(fm, q, nullptr, data, out.get()); }, head + "mean is nullptr"},
+                {[&] { call_buffer_form<1, double>(fm, q, &none, b_data, empty); }, b_words},
+                {[&] { call_buffer_form<1, double>(fm, q, &none, b_data, last_given); },
+                 head + "mean array length is 0"}});
+        // clang-format on
         expect_refusals(refusals);
     }
 }
 
-// min_max tests its minimum first: with both missing, the minimum is named. What is given
-// stays as it was.
+// min_max tests its minimum first: with both missing, the minimum is named. What is given stays.
 TEST_P(checks, extreme_families_name_what_is_missing) {
     sycl::queue q(GetParam());
     usm_array<float> obs(q, std::vector<float>{1, 2, 3, 4}), given(q, std::vector<float>{-7, -7});
-    float* const lo = given.get();
-    float* const hi = given.get() + 1;
+    float *const lo = given.get(), *const hi = lo + 1;
     const st::dataset<st::row_major, float*> data(1, 4, obs.get());
     using fbuf = sycl::buffer<float, 1>;
     const st::dataset<st::row_major, fbuf> b_data(1, 4, fbuf{sycl::range<1>(4)});
@@ -156,12 +142,10 @@ const std::string range_words =
     "Provided range is out of integer limits. Pass `-fno-sycl-id-queries-fit-in-int' to disable "
     "range check.";
 
-// On a GPU, what stops a call before anything is launched, leaving the outputs as they were:
-// method value 2 of central_sum and central_moment, which has no GPU form, in
-// either form; a first step of 2^31 work-items, in both engines (the observations are never read,
-// so one element stands in for them); and, before anything is allocated, a dependency that
-// failed, which surfaces on the caller's thread, and a device of one-item work-groups, which cannot
-// shrink a tree of partials (one observation still needs no tree).
+// On a GPU, what stops a call before any launch, outputs untouched: method value 2 of the central
+// families (no GPU form); a first step of 2^31 work-items (the observations are never read); and,
+// before any allocation, a failed dependency (raised on the caller's thread) and one-item groups,
+// which cannot shrink a tree of partials (one observation needs none).
 TEST(checks_gpu, calls_stopped_before_anything_runs) {
     const auto rethrow = [](sycl::exception_list errors) {
         for (const std::exception_ptr& e : errors)
@@ -173,10 +157,6 @@ TEST(checks_gpu, calls_stopped_before_anything_runs) {
     std::vector<double> host_out{-1.0};
     const buf_data b_data{1, 3, buf{sycl::range<1>(3)}};
     buf none{sycl::range<1>(0)}, b_out(host_out.data(), sycl::range<1>(1));
-    const auto no_gpu_form = [](const char* family) {
-        return std::string("tavrel::qnd::stats::") + family +
-               ": unimplemented functionality: for this method";
-    };
     const std::string too_small =
         "The device's maximum work-group size is too small to reduce more than one observation.";
     const std::int64_t big = std::int64_t{1} << 31;
@@ -185,15 +165,16 @@ TEST(checks_gpu, calls_stopped_before_anything_runs) {
             h.host_task([] { throw std::runtime_error("dependency failed"); });
         });
     };
+    const std::string no_form = ": unimplemented functionality: for this method",
+                      dep = "dependency failed";
+    const std::string no_cs = "tavrel::qnd::stats::central_sum" + no_form,
+                      no_cm = "tavrel::qnd::stats::central_moment" + no_form;
+    // clang-format off
     expect_refusals({
-        {[&] { st::central_sum<2, double>(q, data, out.get(), nullptr, nullptr); },
-         no_gpu_form("central_sum")},
-        {[&] { st::central_moment<2, double>(q, data, out.get(), nullptr, nullptr); },
-         no_gpu_form("central_moment")},
-        {[&] { st::central_sum<2, double>(q, b_data, b_out, none, none); },
-         no_gpu_form("central_sum")},
-        {[&] { st::central_moment<2, double>(q, b_data, b_out, none, none); },
-         no_gpu_form("central_moment")},
+        {[&] { st::central_sum<2, double>(q, data, out.get(), nullptr, nullptr); }, no_cs},
+        {[&] { st::central_moment<2, double>(q, data, out.get(), nullptr, nullptr); }, no_cm},
+        {[&] { st::central_sum<2, double>(q, b_data, b_out, none, none); }, no_cs},
+        {[&] { st::central_moment<2, double>(q, b_data, b_out, none, none); }, no_cm},
         {[&] { st::mean<1, double>(q, ptr_data(1, big, obs.get()), out.get()); }, range_words},
         {[&] { st::mean<1, double>(q, ptr_data(1, big - 1, obs.get()), out.get()); }, range_words},
         {[&] { st::min<1, double>(q, ptr_data(0, big, obs.get()), out.get()); }, range_words},
@@ -203,15 +184,15 @@ TEST(checks_gpu, calls_stopped_before_anything_runs) {
         device_mallocs += op == sycl::ext::hostsycl::usm_op::malloc_device;
     });
     expect_refusals({
-        {[&] { st::kurtosis<1, double>(q, data, out.get(), {failed()}); }, "dependency failed"},
-        {[&] { st::min_max<1, double>(q, data, out.get(), out.get() + 1, {failed()}); },
-         "dependency failed"},
+        {[&] { st::kurtosis<1, double>(q, data, out.get(), {failed()}); }, dep},
+        {[&] { st::min_max<1, double>(q, data, out.get(), out.get() + 1, {failed()}); }, dep},
         {[&] { st::mean<1, double>(one, two, out.get()); }, too_small},
         {[&] { st::kurtosis<1, double>(one, two, out.get()); }, too_small},
         {[&] { st::min_max<1, double>(one, two, out.get(), out.get() + 1); }, too_small},
         {[&] { st::mean<1, double>(one, b_data, b_out); }, too_small},
         {[&] { st::max<1, double>(one, b_data, b_out); }, too_small},
     });
+    // clang-format on
     sycl::ext::hostsycl::set_usm_observer({});
     EXPECT_EQ(device_mallocs, 0u);
     EXPECT_EQ(out.to_vector(), std::vector<double>(2, -1.0));

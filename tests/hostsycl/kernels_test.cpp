@@ -103,10 +103,8 @@ TEST_P(kernels, barrier_shapes_match_group_by_group_references) {
     }
 }
 
-// The collectives the engines use: a group copy that every work-item reads after its wait, then
-// sums with an initial value, minima and maxima back to back; every work-item keeps what it got,
-// so each must read a result before the next collective overwrites it, and sums fold in local id
-// order (magnitudes far apart show any other order).
+// The engines' collectives back to back after a group copy: each work-item must read a result
+// before the next overwrites it, and sums fold in local id order (far-apart magnitudes show it).
 TEST_P(kernels, collectives_give_every_work_item_the_results_folded_in_local_id_order) {
     const std::size_t n = 3 * local, L = local;
     float* in = sycl::malloc_device<float>(n, q);
@@ -116,15 +114,12 @@ TEST_P(kernels, collectives_give_every_work_item_the_results_folded_in_local_id_
     q.submit([&](sycl::handler& cgh) {
          sycl::local_accessor<float, 1> loc(sycl::range<1>(L), cgh);
          cgh.parallel_for(sycl::nd_range<1>(n, L), [=](sycl::nd_item<1> it) {
-             using space = sycl::access::address_space;
+             constexpr auto yes = sycl::access::decorated::yes;
              const auto g = it.get_group();
              const std::size_t i = it.get_global_id(0), l = it.get_local_id(0);
-             it.async_work_group_copy(
-                   loc.get_multi_ptr<sycl::access::decorated::yes>(),
-                   sycl::address_space_cast<space::global_space, sycl::access::decorated::yes>(
-                       in + (i - l)),
-                   L)
-                 .wait();
+             using space = sycl::access::address_space;
+             const auto from = sycl::address_space_cast<space::global_space, yes>(in + i - l);
+             it.async_work_group_copy(loc.get_multi_ptr<yes>(), from, L).wait();
              float* r = out + 4 * i;
              r[0] = sycl::reduce_over_group(g, loc[L - 1 - l], 0.5f, sycl::plus<float>());
              r[1] = sycl::reduce_over_group(g, loc[l], sycl::minimum<float>());
@@ -135,13 +130,11 @@ TEST_P(kernels, collectives_give_every_work_item_the_results_folded_in_local_id_
      }).wait_and_throw();
     for (std::size_t i = 0; i < n; ++i) {
         const float* x = in + (i - i % L);
-        float sum = x[L - 1], lo = x[0], hi = x[0];
-        for (std::size_t l = 1; l < L; ++l) {
+        float sum = x[L - 1];
+        for (std::size_t l = 1; l < L; ++l)
             sum += x[L - 1 - l];
-            lo = std::min(lo, x[l]);
-            hi = std::max(hi, x[l]);
-        }
-        const float want[] = {0.5f + sum, lo, hi, 0.0f};
+        const auto [lo, hi] = std::minmax_element(x, x + L);
+        const float want[] = {0.5f + sum, *lo, *hi, 0.0f};
         for (std::size_t j = 0; j < 4; ++j)
             ASSERT_EQ(out[4 * i + j], want[j]) << "item " << i << ", result " << j;
     }
@@ -149,8 +142,8 @@ TEST_P(kernels, collectives_give_every_work_item_the_results_folded_in_local_id_
     sycl::free(out, q);
 }
 
-// Every group fills its two local arrays and the slack behind the second with its own id,
-// then counts what it reads back that is not its own: groups run concurrently on the pool.
+// Groups run concurrently on the pool: each fills its two local arrays and the slack behind the
+// second with its own id, then counts what it reads back that is not its own.
 TEST_P(kernels, each_group_runs_once_and_sees_only_its_own_local_memory_and_slack) {
     constexpr std::size_t groups = 64;
     int* runs = sycl::malloc_shared<int>(groups, q);
@@ -186,7 +179,7 @@ TEST_P(kernels, each_group_runs_once_and_sees_only_its_own_local_memory_and_slac
 INSTANTIATE_TEST_SUITE_P(devices,
                          kernels,
                          ::testing::Values(0, -1, 1, 2, 3, 8, 32),
-                         [](const auto& info) {
+                         [](auto& info) {
                              return info.param < 0 ? "cpu" : "gpu" + std::to_string(info.param);
                          });
 

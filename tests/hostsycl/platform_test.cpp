@@ -40,8 +40,7 @@ TEST(platform, lists_a_cpu_and_an_emulated_gpu_and_prefers_the_gpu) {
     for (std::size_t size : {1u, 3u, 1024u})
         EXPECT_EQ(hs::make_gpu_device(size).get_info<di::max_work_group_size>(), size);
     EXPECT_NE(hs::make_gpu_device(4), hs::make_gpu_device(4));
-    EXPECT_EQ(sycl::device::get_devices().size(),
-              2u);  // emulated GPUs made on demand are not listed
+    EXPECT_EQ(sycl::device::get_devices().size(), 2u);  // GPUs made on demand are not listed
 }
 
 // The variable is read once, when the devices are first made: each value runs in a fresh
@@ -59,8 +58,7 @@ TEST(platform, the_gpu_group_size_comes_from_the_environment_when_it_is_a_number
     }
 }
 
-// The emulated GPU splits into two tiles and each tile into two slices, the same devices with
-// the same native handles every time.
+// The emulated GPU splits into two tiles of two slices, the same devices and handles every time.
 TEST(platform, the_emulated_gpu_splits_into_tiles_and_slices) {
     const sycl::device gpu{sycl::gpu_selector_v};
     const auto split = [](const sycl::device& d) {
@@ -103,15 +101,12 @@ TEST(usm, allocations_are_aligned_observed_and_fail_when_told) {
     sycl::free(s, q.get_context());
     sycl::free(h, q);
     hs::set_usm_observer({});
-    EXPECT_EQ(seen, (decltype(seen){{op::malloc_device, d, 24},
-                                    {op::malloc_shared, nullptr, 20},
-                                    {op::malloc_host, nullptr, 7},
-                                    {op::malloc_shared, s, 16},
-                                    {op::malloc_device, nullptr, 0},
-                                    {op::malloc_host, h, 1},
-                                    {op::free, d, 0},
-                                    {op::free, s, 0},
-                                    {op::free, h, 0}}));
+    // clang-format off
+    EXPECT_EQ(seen, (decltype(seen){
+        {op::malloc_device, d, 24}, {op::malloc_shared, nullptr, 20}, {op::malloc_host, nullptr, 7},
+        {op::malloc_shared, s, 16}, {op::malloc_device, nullptr, 0}, {op::malloc_host, h, 1},
+        {op::free, d, 0}, {op::free, s, 0}, {op::free, h, 0}}));
+    // clang-format on
 }
 
 // A queue made from another's native handle shares its FIFO, and its end waits for what it
@@ -133,16 +128,15 @@ TEST(native_handles, context_and_queue_round_trips_keep_the_native_objects) {
     {
         void* hq = sycl::get_native<native>(q);
         sycl::queue back = sycl::detail::make_queue(handle(hq), 1, ctx, &gpu, true, {}, {}, native);
-        EXPECT_EQ(sycl::get_native<native>(back), hq);
-        EXPECT_EQ(back.get_device(), gpu);
-        EXPECT_EQ(back.get_context(), ctx);
+        EXPECT_EQ(std::tuple(sycl::get_native<native>(back), back.get_device(), back.get_context()),
+                  std::tuple(hq, gpu, ctx));
         back.submit([&](sycl::handler& cgh) { cgh.host_task([&] { cell[1] = cell[0]; }); });
     }
     EXPECT_EQ(cell[1], 7);
 }
 
-// Adopted handles (keep_ownership false) give up one reference with their last copy; kept
-// ones give up nothing.
+// Adopted handles (keep_ownership false) give up one reference with their last copy, kept ones
+// none.
 TEST(native_handles, ownership_taken_is_released_with_the_last_copy) {
     sycl::queue q{sycl::cpu_selector_v};
     void* hc = sycl::get_native<native>(q.get_context());

@@ -40,10 +40,9 @@ sycl::async_handler recorder(std::vector<std::string>& seen) {
     };
 }
 
-// A slow kernel on one queue writes a buffer that a kernel on another reads; a placeholder
-// accessor orders a host task after both. The end of each buffer waits for that host task and
-// writes back unless the host data are read-only; a copy that is not the last one writes nothing,
-// and a buffer of 0 elements still has one element to write.
+// A slow kernel writes a buffer that a kernel on another queue reads, and a placeholder accessor
+// orders a host task after both. A buffer's end waits for it and writes back unless the host data
+// are read-only; a copy that is not the last writes nothing; a buffer of 0 elements has one.
 TEST(command_order, accessors_order_commands_across_queues_until_the_buffers_end) {
     constexpr std::size_t n = 512;
     sycl::queue first{hs::make_gpu_device(64)}, second{sycl::cpu_selector_v};
@@ -131,9 +130,8 @@ TEST(async_errors, without_a_handler_an_error_is_reported_and_terminates) {
         "hostsycl: unhandled asynchronous error: nobody listens");
 }
 
-// A work-item that returns while the others wait at a barrier, reaches a barrier the others
-// never reach, or throws, ends its launch with an error instead of a hang; the work-items left
-// waiting at the barrier are unwound, their destructors run.
+// A work-item that returns while others wait at a barrier, reaches one they never reach, or throws,
+// ends its launch with an error instead of a hang; those left waiting are unwound.
 TEST(async_errors, work_items_that_miss_a_barrier_or_throw_end_the_launch) {
     std::vector<std::string> seen;
     sycl::queue q{hs::make_gpu_device(8), recorder(seen)};

@@ -1,6 +1,6 @@
-// The entry points on an OpenCL interop whose runtime lacks an entry: the queue is a default one
-// and the runtime number stays 3, also by the kind, so after the data checks the first character
-// of the shared-virtual-memory setting decides between -1 and a computation on that queue.
+// On an OpenCL interop whose runtime lacks an entry the queue is a default one and the runtime
+// stays 3: after the data checks, the shared-virtual-memory setting's first character decides -1 or
+// not.
 #include <cstdint>
 #include <cstdlib>
 
@@ -25,8 +25,7 @@ TEST(offload_opencl_absent, shared_virtual_memory_decides_after_the_data_checks)
         SCOPED_TRACE(svm ? svm : "unset");
         svm ? setenv("LIBOMPTARGET_OPENCL_USE_SVM", svm, 1)
             : unsetenv("LIBOMPTARGET_OPENCL_USE_SVM");
-        // More observations than the default group size: every group has ended its device work
-        // when the call returns.
+        // More observations than a group: each group's device work is done when the call returns.
         offload_task<double> t(q, 3, 300, st::col_major, true);
         t.set_counts(3, 0, st::col_major);
         EXPECT_EQ(t.compute(~0ull, 1, number.get()), -4002);

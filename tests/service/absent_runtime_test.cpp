@@ -1,6 +1,5 @@
-// Without an offload runtime, and with an OpenCL runtime that lacks clCreateProgramWithIL (the
-// double, found first by LD_LIBRARY_PATH): loads on first use that fail for good, and wrappers of
-// missing entries that end the process with status 2 after the message with their name.
+// Without an offload runtime, and with an OpenCL double lacking clCreateProgramWithIL: loads that
+// fail for good, and wrappers of missing entries that print their name and exit with status 2.
 #include <dlfcn.h>
 
 #include <string>

@@ -1,11 +1,11 @@
-// The GPU service with the offload-runtime double and the system's OpenCL runtime: the caches'
-// hash map, the three exported functions on hostsycl's native handles, the search of native
-// devices, queue_from_interop's fallbacks and the runtime number each leaves, loading by name.
+// The GPU service with the offload-runtime double and the system's OpenCL: the caches, the three
+// exported functions, native device search, queue_from_interop's fallbacks, loading by name.
 #include <dlfcn.h>
 #include <limits.h>
 
 #include <cstdint>
 #include <string>
+#include <tuple>
 #include <utility>
 #include <vector>
 
@@ -30,9 +30,8 @@ sycl::queue fresh_gpu_queue() {
     return sycl::queue(sycl::context(device), device);
 }
 
-// Hand-computed FNV-1a 64 (basis 0xcbf29ce484222325, prime 0x100000001b3) of the pointers'
-// bytes, low byte first; a context key is the xor of its two handles' hashes. (a, b) and (b, a)
-// hash alike, as do (a, a) and (b, b) with 0, and all four are entries of their own.
+// Hand-computed FNV-1a 64 of the pointers' bytes, low byte first; a context key xors its handles'
+// hashes. (a, b) and (b, a) hash alike, (a, a) and (b, b) to 0, yet all four are entries.
 TEST(service_cache, keys_hash_like_hand_computed_values_and_stay_apart) {
     constexpr std::uint64_t zero = 0xa8c7f832281a39c5ull;   // eight zero bytes
     constexpr std::uint64_t bytes = 0x0c6d4496e17859d5ull;  // 08 07 ... 01 in memory
@@ -82,10 +81,9 @@ sycl::context* context_of(void* native_context, sycl::device& device, bool pass_
                                           pass_device ? &device : nullptr);
 }
 
-// The key is the pair (native context, native device), and a new context lists the one device
-// asked for; the native context stays with its owner, also when a made context is destroyed. The
-// first caller of a key gets a heap object of its own, later callers the entry, and a hit does not
-// look at the device.
+// Keyed by (native context, native device); a new context lists that device alone, and the native
+// context stays with its owner. A key's first caller gets a heap object of its own, later callers
+// the entry; a hit ignores the device.
 TEST(service_cache, contexts_are_cached_by_native_context_and_device) {
     const std::size_t before = service_caches.context_cache.size;
     sycl::device devices[] = {sycl::device{sycl::gpu_selector_v},
@@ -134,10 +132,9 @@ TEST(service_cache, driver_queues_are_cached_by_native_queue) {
     EXPECT_EQ(sycl::ext::hostsycl::native_reference_count(native(queue)), 1u);
 }
 
-// A driver interop gives one cached queue, on the cached context of its native context and
-// device, from the driver runtime's properties alone. Any failed query gives null and caches
-// nothing: the kind (8), the driver runtime's context (9), queue (5) and device (7), OpenCL's
-// context (6) and queue (5).
+// A driver interop gives one cached queue on the cached context, from the driver's properties
+// alone. A failed query gives null and caches nothing: kind (8), driver context (9), queue (5),
+// device (7), OpenCL context (6) and queue (5).
 TEST(service_cache, an_interop_gives_one_cached_queue_or_null) {
     const std::size_t contexts = service_caches.context_cache.size;
     const std::size_t queues = service_caches.queue_cache.size;
@@ -160,15 +157,14 @@ TEST(service_cache, an_interop_gives_one_cached_queue_or_null) {
     sycl::device device = queue.get_device();
     EXPECT_TRUE(first->get_context() == *context_of(native(queue.get_context()), device, false));
     EXPECT_TRUE(first->get_device() == device);
-    EXPECT_EQ(service_caches.context_cache.size, contexts + 1);
-    EXPECT_EQ(service_caches.queue_cache.size, queues + 1);
-    EXPECT_EQ(pointer_of(interop, 6).queries, 0);
-    EXPECT_EQ(int_of(interop, -1).queries, 0);
+    EXPECT_EQ(std::tuple(service_caches.context_cache.size, service_caches.queue_cache.size),
+              std::tuple(contexts + 1, queues + 1));
+    EXPECT_EQ(std::tuple(pointer_of(interop, 6).queries, int_of(interop, -1).queries),
+              std::tuple(0, 0));
 }
 
-// A root device and a sub-device by affinity domain are found by their handles; devices that no
-// listed GPU leads to are refused in their words: an emulated GPU made aside, the CPU device (none
-// of its sub-devices leads to the GPU either) and a handle of nothing.
+// A root device and a sub-device are found by their handles; an emulated GPU made aside, the CPU
+// device and a handle of nothing, which no listed GPU leads to, are refused in their words.
 TEST(service_interop, driver_devices_are_found_among_roots_and_sub_devices) {
     constexpr auto by_affinity = sycl::info::partition_property::partition_by_affinity_domain;
     const sycl::device root{sycl::gpu_selector_v};

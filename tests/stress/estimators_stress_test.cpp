@@ -1,7 +1,6 @@
-// Many threads through shared queues: 16 threads make 1,000 estimator calls each, drawn from
-// every family, both forms, both layouts, with and without weights and a mask, on one CPU queue
-// and two emulated-GPU queues that all threads share. Every result must equal, bit for bit, what
-// the same call gave when made alone before the threads started.
+// 16 threads make 1,000 estimator calls each on three shared queues (CPU, two emulated GPUs), of
+// every family, form, layout, weighting and masking; each result equals, bit for bit, the call
+// alone.
 #include <array>
 #include <cstdint>
 #include <cstring>
@@ -58,24 +57,21 @@ struct stress : ::testing::Test {
         sycl::queue& q = queues[c.queue];
         const host_data<double>& h = data[(c.row_major ? 4 : 0) + (c.weighted ? 2 : 0) + c.masked];
         const int n_moments = static_cast<int>(moment_families().size());
+        std::vector<double> out;
         if (c.family >= n_moments) {
             const auto e = static_cast<extreme>(c.family - n_moments);
-            const auto pairs =
-                c.row_major ? run_extreme<double, st::row_major>(q, e, c.buffer_form, h, -7.0)
-                            : run_extreme<double, st::col_major>(q, e, c.buffer_form, h, -7.0);
-            std::vector<double> out;
-            for (const auto& [lo, hi] : pairs)
+            for (const auto& [lo, hi] :
+                 c.row_major ? run_extreme<double, st::row_major>(q, e, c.buffer_form, h, -7.0)
+                             : run_extreme<double, st::col_major>(q, e, c.buffer_form, h, -7.0))
                 out.insert(out.end(), {lo, hi});
             return out;
         }
         const moment_family f = moment_families()[c.family].family;
         const std::array<std::size_t, 4> all{n_dims, n_dims, n_dims, n_dims};
-        const auto outs =
-            c.row_major
-                ? run_family<1, double, st::row_major>(q, f, c.buffer_form, h, nullptr, all, -7.0)
-                : run_family<1, double, st::col_major>(q, f, c.buffer_form, h, nullptr, all, -7.0);
-        std::vector<double> out;
-        for (const std::vector<double>& o : outs)
+        for (const std::vector<double>& o :
+             c.row_major
+                 ? run_family<1, double, st::row_major>(q, f, c.buffer_form, h, nullptr, all, -7.0)
+                 : run_family<1, double, st::col_major>(q, f, c.buffer_form, h, nullptr, all, -7.0))
             out.insert(out.end(), o.begin(), o.end());
         return out;
     }

@@ -1,6 +1,6 @@
-// The GPU service under many threads: the interop runtime's library is opened once however many
-// threads ask for it first, and the context cache filled by 16 threads at once grows through
-// several rehashes while every key already cached keeps answering with the same address.
+// The GPU service under many threads: the interop runtime is opened once by many first callers, and
+// the context cache grows through rehashes under 16 threads while every cached key keeps its
+// address.
 #include <dlfcn.h>
 
 #include <atomic>
