@@ -282,12 +282,8 @@ TEST_F(adapters, a_failing_host_task_entry_becomes_computation_error_and_leaves_
     const auto mean_of = [&] { run_mean<double, R>(queue, usm, results[0], {}).wait(); };
     using D = dataset<R, double*>;
     // clang-format off
-    const struct {
-        const char* entry;
-        std::int32_t status;
-        const char* calls;  // up to and including the failing one, behind "__rtk"
-        std::function<void()> run;
-    } cases[] = {
+    // The entries called up to and including the failing one, behind "__rtk".
+    const struct { const char* entry; std::int32_t status; const char* calls; std::function<void()> run; } cases[] = {
         {"__rtkdSSNewTask", -1, "dSSNewTask", mean_of},
         {"__rtkdSSEditTask", -4092, "dSSNewTask dSSEditTask", mean_of},
         {"__rtkdSSEditSums", -3, "dSSNewTask dSSEditSums", [&] { run_raw_sum<double, R>(queue, usm, x, 0, 0, 0, {}).wait(); }},
@@ -312,8 +308,8 @@ TEST_F(adapters, a_failing_host_task_entry_becomes_computation_error_and_leaves_
         core_double::set_status(c.entry, c.status);
         c.run();
         std::string calls;
-        for (const std::string& entry : core_double::entries())
-            calls += (calls.empty() ? "" : " ") + entry.substr(entry[1] == '_' ? 5 : 0);
+        for (const core_double::call& e : core_double::calls())
+            calls += (calls.empty() ? "" : " ") + e.entry.substr(e.entry[1] == '_' ? 5 : 0);
         EXPECT_EQ(calls, c.calls);
         EXPECT_EQ(handled(), std::vector<std::string>{"tavrel::qnd::stats: computation error"});
         EXPECT_EQ(freed, allocated);

@@ -139,12 +139,7 @@ TEST_F(client_death, a_missing_routine_ends_the_process_when_the_dispatcher_need
         // Nothing selected: no routine is looked up, so nothing is missed.
         std::int64_t dims = 1, count = 1, storage = row_major;
         double x = 0;
-        ss_task task{};
-        task.int_width = 1;
-        task.dims_ptr = &dims;
-        task.observations_count_ptr = &count;
-        task.observations = &x;
-        task.storage_ptr = &storage;
+        ss_task task{1, 0, 0, &dims, &count, nullptr, &x, nullptr, 0, &storage};
         if (__rtkdSSCompute(&task, 0, 1) == 0)
             say("empty mask: fine\n");
         resolve_core_entry("_rtkdSSNoSuchRoutine");

@@ -28,8 +28,6 @@ struct call {
 
 // Everything since the last reset, in order.
 std::vector<call> calls();
-// The entries called since the last reset, in order.
-std::vector<std::string> entries();
 // Forgets the calls and statuses and frees the tasks that were never deleted.
 void reset();
 // From now on, `entry` returns `status` (0 restores success).
