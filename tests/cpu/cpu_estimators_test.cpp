@@ -23,26 +23,22 @@ namespace {
 
 using namespace tavrel::qnd::stats;
 using namespace tavrel::qnd::stats::detail::cpu;
-using core_double::marker;
 namespace ext = sycl::ext::hostsycl;
 using B = sycl::buffer<double, 1>;
 
 constexpr std::int64_t n_dims = 3, n_observations = 4;
 
-// One call and what must reach the core library. `forms` holds p (pointer form), b (buffer form)
-// or both. The family is the name's first word; "alternate" in the name is method 2, a caller's
-// mean (m in `words`) the overload that takes one, else method 1. `words` lists the result
-// words (11 to 29) that the record holds when it is computed: a to d name the caller's results,
-// which are the arrays the call is given, m the caller's mean, t a temporary of the call's own;
-// every other word is null. `entries` lie between NewTask and DeleteTask, without their "Edit".
+// One call in its forms (p pointers, b buffers) and what must reach the core library. The name's
+// first word is the family; "alternate" is method 2, ", mean" the overload with a caller's mean.
+// `entries` lie between NewTask and DeleteTask, without "Edit". `words` are the result words the
+// computed record holds: a to d the caller's arrays, m its mean, t a temporary; the others null.
 struct row {
     const char *forms, *name, *entries, *words;
     std::uint64_t mask;
     std::int64_t method;
 };
 
-// Calls the family of `name` in the form of the arrays A (pointers or buffers); `deps` are the
-// dependencies of the pointer form, none in the buffer form.
+// Calls the family of `name` on arrays A (pointers, with `deps`, or buffers).
 template <class A, class X, class... E>
 void call(sycl::queue& q, const std::string& name, const X& x, A* r, A m, const E&... deps) {
     using D = double;
@@ -191,7 +187,7 @@ void adapters::check(const row& r, bool buffer_form) {
             EXPECT_TRUE(buffer_form || held == results[k]);
             // What the stand-in computed reached the caller's arrays; the others are untouched.
             for (std::int64_t d = 0; d < n_dims && (r.mask & core_double::bit_of_word(word)); ++d)
-                want[k][d] = marker(word, d);
+                want[k][d] = core_double::marker(word, d);
         }
     }
     for (int k = 0; k < 5; ++k)
