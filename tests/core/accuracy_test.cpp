@@ -1,7 +1,6 @@
-// Every estimate of the basic and minmax routines against long double references: over element
-// types, layouts, weights, masks of dimensions, integer widths and methods on every vector path;
-// on data far from zero; on drifting data; at every start of the data within a cache line; and
-// whatever the threading layer and its number of threads.
+// Every estimate of the basic and minmax routines against long double references, over types,
+// layouts, weights, masks, integer widths, methods and vector paths; on data far from zero or
+// drifting; at every start of the data in a cache line; whatever the layer and its threads.
 #include <algorithm>
 #include <initializer_list>
 #include <limits>
@@ -18,14 +17,9 @@ constexpr double untouched = -777.0;
 constexpr uint64_t every_estimate = QND_SS_BASIC_ESTIMATES | QND_SS_MIN | QND_SS_MAX;
 // The standardised shape of offset data: variance, skewness and kurtosis (record words 15, 26, 25).
 constexpr word_list shape_words = {11, 15, 25, 26};
-// Bound on the relative error of the shape on offset data.
-constexpr double offset_data_tolerance = 1e-10;
-
-// The edit parameter of each result word of the record, 11 (mean) to 29 (max).
-constexpr int32_t parameter_of_word[30] = {0,  0,  0,  0,  0,  0,  0,  0,  0,  0,
-                                           0,  7,  8,  9,  10, 11, 12, 13, 19, 20,
-                                           21, 22, 23, 24, 25, 14, 15, 18, 16, 17};
-
+constexpr double offset_data_tolerance = 1e-10;  // relative, on the shape
+const word_list every_word = {11, 12, 13, 14, 15, 16, 17, 18, 19, 20,
+                              21, 22, 23, 24, 25, 26, 27, 28, 29};
 // What a result word holds, from the reference.
 long double expected(const reference& r, int word) {
     const long double v[] = {r.mean,        r.raw[1] / r.w, r.raw[2] / r.w, r.raw[3] / r.w,
@@ -37,11 +31,9 @@ long double expected(const reference& r, int word) {
 }
 
 struct run_options {
-    int64_t storage = QND_SS_ROW_MAJOR;
-    int64_t method = QND_SS_METHOD_FAST;
+    int64_t storage = QND_SS_ROW_MAJOR, method = QND_SS_METHOD_FAST;
     const qnd_ss_threader_row* table = nullptr;
-    const void* weights = nullptr;
-    const void* indices = nullptr;
+    const void *weights = nullptr, *indices = nullptr;
     bool wide = true;
     uint64_t estimates = every_estimate;
 };
@@ -56,8 +48,8 @@ outputs compute(const T* x, int64_t dims, int64_t n, const run_options& o) {
     outputs out(30, std::vector<double>(dims, untouched));
     const int32_t yes = 1;
     EXPECT_EQ(f.edit(QND_SS_ED_DOUBLE_RESULTS, &yes), QND_SS_OK);
-    for (int word = 11; word < 30; ++word)
-        EXPECT_EQ(f.edit(parameter_of_word[word], out[word].data()), QND_SS_OK);
+    for (int k = 0; k < 19; ++k)
+        EXPECT_EQ(f.edit(7 + k, out[word_of_parameter[k]].data()), QND_SS_OK);
     EXPECT_EQ(f.basic(o.estimates, o.method, o.table), QND_SS_OK);
     EXPECT_EQ(f.minmax(o.estimates, o.method, o.table), QND_SS_OK);
     return out;
@@ -87,9 +79,6 @@ void expect_near(
     }
 }
 
-const word_list every_word = {11, 12, 13, 14, 15, 16, 17, 18, 19, 20,
-                              21, 22, 23, 24, 25, 26, 27, 28, 29};
-
 // Skewed data (an exponential draw plus an offset), so that no estimate is near zero and
 // relative errors mean something.
 template <class T>
@@ -112,26 +101,23 @@ void run_reference_case(int64_t dims, int64_t storage, bool weighted, int64_t me
     for (int64_t d = 0; d < dims; ++d)
         mask[d] = d % 5 == 1 || d % 5 == 4 ? 0 : 1 + d % 3;
     const std::vector<T> data = storage == QND_SS_ROW_MAJOR ? rows : transpose(rows, dims, n);
-    run_options o;
-    o.storage = storage;
-    o.method = method;
+    const T* weights = weighted ? w.data() : nullptr;
     const layer pool("libqnd_pool_thread.so.2");
-    o.table = pool.rows;
-    o.weights = weighted ? w.data() : nullptr;
-    o.indices = weighted ? mask.data() : nullptr;
-    o.wide = !weighted;
-    refs want = references(rows, dims, n, weighted ? w.data() : nullptr);
+    const run_options o{storage,  method, pool.rows, weights, weighted ? mask.data() : nullptr,
+                        !weighted};
+    refs want = references(rows, dims, n, weights);
     for (int64_t d = 0; d < dims; ++d)
         if (weighted && mask[d] == 0)
             want[d] = reference{};
     expect_near(compute(data.data(), dims, n, o), want, every_word, sizeof(T) == 4 ? 2e-6 : 1e-12);
 }
 
+class AgainstReference : public testing::TestWithParam<bool> {};  // floats (true) and doubles
+
 // Dimension counts that take every kernel shape (fewer than the lanes, a few full vectors per row,
 // and a count that fits no vector) on every vector path, in both layouts, unweighted and with
 // weights (zeros among them, on NaN observations) and a mask of dimensions, by both methods.
-template <class T>
-void check_every_estimate() {
+TEST_P(AgainstReference, EveryEstimate) {
     for (const char* isa : isa_names) {
         scoped_env env("QND_CORE_ISA", isa);
         for (int64_t dims : {2, 5, 16})
@@ -141,16 +127,10 @@ void check_every_estimate() {
                         SCOPED_TRACE(testing::Message()
                                      << isa << ", " << dims << " dimensions, storage " << storage
                                      << ", weighted " << weighted << ", method " << method);
-                        run_reference_case<T>(dims, storage, weighted, method);
+                        GetParam() ? run_reference_case<float>(dims, storage, weighted, method)
+                                   : run_reference_case<double>(dims, storage, weighted, method);
                     }
     }
-}
-
-// Floats (true) and doubles.
-class AgainstReference : public testing::TestWithParam<bool> {};
-
-TEST_P(AgainstReference, EveryEstimate) {
-    GetParam() ? check_every_estimate<float>() : check_every_estimate<double>();
 }
 
 INSTANTIATE_TEST_SUITE_P(Core, AgainstReference, testing::Bool());
@@ -170,25 +150,20 @@ void check_shape(const std::vector<T>& rows,
     const std::vector<T> cols = transpose(rows, dims, n);
     std::vector<T> buffer(rows.size() + starts);
     const layer pool("libqnd_pool_thread.so.2");
-    run_options o;
-    o.method = method;
-    o.table = pool.rows;
     for (const char* isa : isa_names) {
         scoped_env env("QND_CORE_ISA", isa);
-        for (int64_t storage : {QND_SS_ROW_MAJOR, QND_SS_COL_MAJOR}) {
+        for (int64_t storage : {QND_SS_ROW_MAJOR, QND_SS_COL_MAJOR})
             for (int64_t start = 0; start < starts; ++start) {
                 SCOPED_TRACE(testing::Message()
                              << isa << ", storage " << storage << ", start " << start);
                 const std::vector<T>& data = storage == QND_SS_ROW_MAJOR ? rows : cols;
                 std::copy(data.begin(), data.end(), buffer.begin() + start);
-                o.storage = storage;
-                o.estimates = every_estimate;
+                run_options o{storage, method, pool.rows};
                 expect_near(compute(buffer.data() + start, dims, n, o), want, shape_words,
                             offset_data_tolerance, floor);
                 o.estimates = QND_SS_MEAN;
                 expect_near(compute(buffer.data() + start, dims, n, o), want, {11}, 1e-15);
             }
-        }
     }
 }
 
@@ -234,8 +209,7 @@ TEST(Threads, ResultsDependOnTheLayerAndNumberOfThreadsOnlyThroughRounding) {
     const std::vector<double> rows = offset_normal<double>(dims * n, 1e3, 5);
     const std::vector<double> cols = transpose(rows, dims, n);
     for (int64_t storage : {QND_SS_ROW_MAJOR, QND_SS_COL_MAJOR}) {
-        run_options o;
-        o.storage = storage;
+        run_options o{storage};
         const double* x = storage == QND_SS_ROW_MAJOR ? rows.data() : cols.data();
         const outputs alone = compute(x, dims, n, o);
         for (const char* file : layer_files) {

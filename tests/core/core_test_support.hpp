@@ -50,21 +50,19 @@ struct task_fixture {
     task_fixture(const task_fixture&) = delete;
 
     int32_t edit(int32_t parameter, const void* value) {
-        if constexpr (single)
-            return __rtksSSEditTask(task, parameter, value);
-        return __rtkdSSEditTask(task, parameter, value);
+        return (single ? __rtksSSEditTask : __rtkdSSEditTask)(task, parameter, value);
     }
     int32_t basic(uint64_t estimates, int64_t method, const qnd_ss_threader_row* table = nullptr) {
-        if constexpr (single)
-            return _rtksSSBasic(task, estimates, method, table);
-        return _rtkdSSBasic(task, estimates, method, table);
+        return (single ? _rtksSSBasic : _rtkdSSBasic)(task, estimates, method, table);
     }
     int32_t minmax(uint64_t estimates, int64_t method, const qnd_ss_threader_row* table = nullptr) {
-        if constexpr (single)
-            return _rtksSSMinmax(task, estimates, method, table);
-        return _rtkdSSMinmax(task, estimates, method, table);
+        return (single ? _rtksSSMinmax : _rtkdSSMinmax)(task, estimates, method, table);
     }
 };
+
+// The record word (11, mean, to 29, max) that edit parameter 7 + k sets.
+constexpr int word_of_parameter[19] = {11, 12, 13, 14, 15, 16, 17, 25, 26, 28,
+                                       29, 27, 18, 19, 20, 21, 22, 23, 24};
 
 // Every estimate of one dimension, in long double.
 struct reference {

@@ -1,5 +1,5 @@
-// Exact small cases of the basic and minmax routines, and the values they give where the data
-// leave nothing to estimate: one observation, constant data, NaN, weights of zero.
+// Exact small cases of the basic and minmax routines, and their values where the data leave
+// nothing to estimate: one observation, constant data, NaN, weights of zero.
 #include <limits>
 
 #include "core_test_support.hpp"
@@ -17,8 +17,7 @@ void check_one_to_four() {
     T out[19];
     std::fill(out, out + 19, T(-1));
     task_fixture<T> f(1, 4, QND_SS_ROW_MAJOR, x);
-    // Edit parameters 7 to 25 in order: mean, r2-r4, c2-c4, kurtosis, skewness, min, max,
-    // variation, s1-s4, cs2-cs4.
+    // Parameters 7 to 25: mean, r2-r4, c2-c4, kurtosis, skewness, min, max, variation, s1-4, cs2-4.
     for (int32_t p = 7; p <= 25; ++p)
         ASSERT_EQ(f.edit(p, out + p - 7), QND_SS_OK);
     ASSERT_EQ(f.basic(QND_SS_BASIC_ESTIMATES, QND_SS_METHOD_FAST), QND_SS_OK);
@@ -38,8 +37,7 @@ TEST(SmallCases, OneToFour) {
     check_one_to_four<double>();
 }
 
-// A case of one dimension: `x` with weights `w` (none when empty) and what the mean, the
-// variance and the extremes must be (NaN compares equal to NaN here).
+// One dimension `x` with weights `w` (none if empty): its mean, variance and extremes (NaN == NaN).
 struct small_case {
     const char* name;
     std::vector<double> x, w;
@@ -80,10 +78,9 @@ TEST(SmallCases, ExactValues) {
         f.edit(QND_SS_ED_MAX, &mx);
         ASSERT_EQ(f.basic(QND_SS_MEAN | QND_SS_CENTRAL_MOMENT_2 | QND_SS_CENTRAL_SUM_4, 1), 0);
         ASSERT_EQ(f.minmax(QND_SS_MIN | QND_SS_MAX, 1), 0);
-        EXPECT_TRUE(same(mean, c.mean)) << mean;
-        EXPECT_TRUE(same(variance, c.variance)) << variance;
-        EXPECT_TRUE(same(mn, c.min)) << mn;
-        EXPECT_TRUE(same(mx, c.max)) << mx;
+        EXPECT_TRUE(same(mean, c.mean) && same(variance, c.variance) && same(mn, c.min) &&
+                    same(mx, c.max))
+            << mean << ", " << variance << ", " << mn << ", " << mx;
         EXPECT_TRUE(c.variance != 0 || cs4 == 0) << "constant data: no spread at all";
     }
 }

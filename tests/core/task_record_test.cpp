@@ -1,8 +1,5 @@
-// The task record and the checks made on it: what creation records, the edit entries, deletion, and
-// the refusals of the routines and of the routing entry with their statuses, in their order,
-// writing nothing.
-#include <limits>
-
+// The task record: what creation records, the edit entries, deletion, and the refusals of the
+// routines and of the routing entry, with their statuses in their order, writing nothing.
 #include "core_test_support.hpp"
 
 using namespace core_test;
@@ -25,10 +22,7 @@ TEST(TaskRecord, CreationRecordsItsArgumentsAndEditsSetTheirFields) {
     const float xf[1] = {1};
     task_fixture<float> f(1, 1, QND_SS_ROW_MAJOR, xf);
     EXPECT_EQ(f.task->element_size, 4u);
-    // Parameters 7 to 25 set the result words 11 to 29 in this order, null too.
-    const int word_of_parameter[] = {11, 12, 13, 14, 15, 16, 17, 25, 26, 28,
-                                     29, 27, 18, 19, 20, 21, 22, 23, 24};
-    float a[1];
+    float a[1];  // parameters 7 to 25 set their result words, null too
     for (int32_t p = 7; p <= 25; ++p) {
         void* const& field = reinterpret_cast<void* const*>(f.task)[word_of_parameter[p - 7]];
         ASSERT_EQ(f.edit(p, a), QND_SS_OK);
@@ -80,7 +74,6 @@ struct spoilable {
         f.edit(QND_SS_ED_SKEWNESS, skew);
         f.edit(QND_SS_ED_MIN, mn);
     }
-    void no_x() { f.task->observations = nullptr; }
     bool untouched() const {
         return mean[0] == sentinel && mean[1] == sentinel && skew[0] == sentinel &&
                skew[1] == sentinel && mn[0] == sentinel && mn[1] == sentinel;
@@ -98,38 +91,36 @@ struct refusal {
 // Each refusal of the basic routine, of minmax and, for the checks of the task, of the routing
 // entry; the routines write nothing when they refuse.
 TEST(Refusals, StatusAndNothingWritten) {
+    using S = spoilable&;
+    // clang-format off
     const refusal refusals[] = {
-        {"dims zero", [](spoilable& s) { s.f.dims64 = 0; }, 0x101, 1, -4001, -4001},
-        {"dims null", [](spoilable& s) { s.f.task->dims_ptr = nullptr; }, 0x101, 1, -4001, -4001},
-        {"observations zero", [](spoilable& s) { s.f.obs64 = 0; }, 0x101, 1, -4002, -4002},
-        {"observations null", [](spoilable& s) { s.no_x(); }, 0x101, 1, -4032, -4032},
-        {"storage null", [](spoilable& s) { s.f.task->storage_ptr = 0; }, 0x101, 1, -4044, -4044},
-        {"storage value", [](spoilable& s) { s.f.storage64 = 3; }, 0x101, 1, -4003, -4003},
-        {"count before observations", [](spoilable& s) { s.f.obs64 = -1, s.no_x(); }, 0x101, 1,
-         -4002, -4002},
-        {"32-bit read of a 64-bit dims",
-         [](spoilable& s) { s.f.task->int_width = 0, s.f.dims64 = int64_t(1) << 32; }, 0x101, 1,
-         -4001, -4001},
-        {"method 3", [](spoilable&) {}, 0x101, 3, -4029, -4029},
-        {"method 257", [](spoilable&) {}, 0x101, 257, -4029, -4029},
-        {"negative weight", [](spoilable& s) { s.w[1] = -1; }, 0x101, 1, -4052, -4052},
-        {"NaN weight", [](spoilable& s) { s.w[2] = std::nan(""); }, 0x101, 2, -4052, -4052},
-        {"caller's mean missing", [](spoilable& s) { s.f.task->mean = 0; }, 0x100, 256, -4006, 0},
-        {"covariance bit", [](spoilable&) {}, 0x1001, 1, -4090, 0},
+        {"dims zero", [](S s) { s.f.dims64 = 0; }, 0x101, 1, -4001, -4001},
+        {"dims null", [](S s) { s.f.task->dims_ptr = nullptr; }, 0x101, 1, -4001, -4001},
+        {"observations zero", [](S s) { s.f.obs64 = 0; }, 0x101, 1, -4002, -4002},
+        {"observations null", [](S s) { s.f.task->observations = 0; }, 0x101, 1, -4032, -4032},
+        {"storage null", [](S s) { s.f.task->storage_ptr = 0; }, 0x101, 1, -4044, -4044},
+        {"storage value", [](S s) { s.f.storage64 = 3; }, 0x101, 1, -4003, -4003},
+        {"count before observations", [](S s) { s.f.obs64 = -1, s.f.task->observations = 0; }, 0x101, 1, -4002, -4002},
+        {"32-bit read of a 64-bit dims", [](S s) { s.f.task->int_width = 0, s.f.dims64 = int64_t(1) << 32; }, 0x101, 1, -4001, -4001},
+        {"method 3", [](S) {}, 0x101, 3, -4029, -4029},
+        {"method 257", [](S) {}, 0x101, 257, -4029, -4029},
+        {"negative weight", [](S s) { s.w[1] = -1; }, 0x101, 1, -4052, -4052},
+        {"NaN weight", [](S s) { s.w[2] = std::nan(""); }, 0x101, 2, -4052, -4052},
+        {"caller's mean missing", [](S s) { s.f.task->mean = 0; }, 0x100, 256, -4006, 0},
+        {"covariance bit", [](S) {}, 0x1001, 1, -4090, 0},
     };
+    // clang-format on
     for (const refusal& r : refusals) {
         SCOPED_TRACE(r.name);
-        for (int routine = 0; routine < 3; ++routine) {
-            spoilable s;
-            r.spoil(s);
-            if (routine == 0)
-                EXPECT_EQ(s.f.basic(r.estimates, r.method), r.basic_status);
-            else if (routine == 1)
-                EXPECT_EQ(s.f.minmax(QND_SS_MIN, r.method), r.minmax_status);
-            else  // these masks route to the basic routine alone
-                EXPECT_EQ(qnd_ss_compute_d(s.f.task, r.estimates, r.method, 0), r.basic_status);
-            EXPECT_TRUE(s.untouched() || (routine == 1 && r.minmax_status == 0));
-        }
+        spoilable s[3];  // one task for each routine
+        for (spoilable& each : s)
+            r.spoil(each);
+        EXPECT_EQ(s[0].f.basic(r.estimates, r.method), r.basic_status);
+        EXPECT_EQ(s[1].f.minmax(QND_SS_MIN, r.method), r.minmax_status);
+        // These masks route to the basic routine alone.
+        EXPECT_EQ(qnd_ss_compute_d(s[2].f.task, r.estimates, r.method, 0), r.basic_status);
+        EXPECT_TRUE(s[0].untouched() && s[2].untouched());
+        EXPECT_TRUE(s[1].untouched() || r.minmax_status == 0);
     }
     EXPECT_EQ(_rtkdSSBasic(nullptr, 1, 1, nullptr), QND_SS_ERROR_TASK);
     EXPECT_EQ(_rtksSSMinmax(nullptr, 0x400, 1, nullptr), QND_SS_ERROR_TASK);
@@ -145,8 +136,7 @@ TEST(Outputs, OnlyWhatIsAskedForAndHasAnArrayIsWritten) {
     spoilable s;
     s.f.task->mean = nullptr;
     ASSERT_EQ(s.f.basic(QND_SS_BASIC_ESTIMATES, 1), QND_SS_OK);
-    EXPECT_NE(s.skew[0], sentinel);
-    EXPECT_EQ(s.mn[0], sentinel);
+    EXPECT_TRUE(s.skew[0] != sentinel && s.mn[0] == sentinel);
     s.f.task->mean = s.mean;
     ASSERT_EQ(s.f.basic(QND_SS_SKEWNESS, 1), QND_SS_OK);
     EXPECT_EQ(s.mean[0], sentinel);
@@ -161,8 +151,7 @@ TEST(Outputs, OnlyWhatIsAskedForAndHasAnArrayIsWritten) {
     ASSERT_EQ(__rtkdSSEditMoments(s.f.task, s.mean, 0, 0, 0, 0, 0, 0), QND_SS_OK);
     s.f.task->skewness = s.skew;
     // Under method 256 the mean is an input.
-    s.mean[0] = 2;
-    s.mean[1] = 6;
+    s.mean[0] = 2, s.mean[1] = 6;
     ASSERT_EQ(s.f.basic(QND_SS_MEAN | QND_SS_SKEWNESS, 256), QND_SS_OK);
     EXPECT_TRUE(s.mean[0] == 2 && s.mean[1] == 6 && s.skew[0] == 0);
     // Also when it is all that is asked for.

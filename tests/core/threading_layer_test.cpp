@@ -1,5 +1,5 @@
-// The threading layers: their threader entries and their services. The routines run through each
-// layer's table in accuracy_test.cpp.
+// The threading layers' threader entries and services (accuracy_test.cpp runs the routines
+// through each layer's table).
 #include <unistd.h>
 
 #include <fstream>
@@ -67,18 +67,14 @@ TEST_P(Layer, RegionsRunEveryIndexOnceOnValidThreadsInTheirOrder) {
         EXPECT_EQ(log.threads.size(),
                   static_cast<size_t>(std::min<int64_t>(n, sequential() ? 1 : 3)));
     }
-    // max_threads bounds the team.
-    visit_log one(100);
-    row.for_each(100, 1, &one, record);
+    visit_log one(100), ordered(50), sections(7), team(16);
+    row.for_each(100, 1, &one, record);  // max_threads bounds the team
     EXPECT_EQ(one.threads, std::set<int32_t>{0});
-    visit_log ordered(50);
     row.for_ordered(50, 0, &ordered, record, record_order);
     EXPECT_EQ(ordered.order, rising(50));
-    visit_log sections(7);
     row.sections(7, 0, &sections, record);
     EXPECT_TRUE(once_each(sections) && !sections.bad_thread);
     // A team of the layer's limit, then its ordered parts by thread number.
-    visit_log team(16);
     row.ordered(0, &team, record, record_order);
     EXPECT_EQ(team.order, rising(row.get_num_threads_limit()));
     EXPECT_EQ(team.threads.size(), team.order.size());
@@ -130,8 +126,8 @@ TEST_P(Layer, GetenvAndLock) {
     EXPECT_EQ(word, 0);
 }
 
-// The texts of messages 771 and 772, the exit code and the component beside the layer are checked
-// through the CPU path (tests/cpu/loading_test.cpp), for each layer.
+// Messages 771 and 772, the exit code and the component beside the layer:
+// tests/cpu/loading_test.cpp.
 TEST_P(Layer, PrintsTheNumberedMessages) {
     auto print = l.symbol<void (*)(int32_t, int32_t, int32_t, ...)>("qnd_serv_print");
     ASSERT_NE(print, nullptr);

@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <sstream>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -22,19 +23,11 @@ struct task_record {
     std::int64_t n_dims = 3, n_observations = 4, storage = 0x10000;
     std::int32_t narrow[3][2] = {{3, -1}, {4, -1}, {0x20000, -1}};
     double observations[12] = {};
-    ss_task task{};
-    task_record() {
-        task.int_width = 1;
-        task.dims_ptr = &n_dims;
-        task.observations_count_ptr = &n_observations;
-        task.observations = observations;
-        task.storage_ptr = &storage;
-    }
+    // Words 0 to 9: width, two reserved, dims, count, indices, observations, weights, reserved,
+    // storage.
+    ss_task task{1, 0, 0, &n_dims, &n_observations, nullptr, observations, nullptr, 0, &storage};
     void use_narrow() {
-        task.int_width = 0;
-        task.dims_ptr = narrow[0];
-        task.observations_count_ptr = narrow[1];
-        task.storage_ptr = narrow[2];
+        task = {0, 0, 0, narrow[0], narrow[1], nullptr, observations, nullptr, 0, narrow[2]};
     }
 };
 
@@ -48,9 +41,9 @@ class dispatcher : public ::testing::TestWithParam<bool> {
     // The routines called, behind their "_rtk?SS" prefix, which must be the task's precision.
     std::string routines() const {
         std::string names;
-        for (const std::string& entry : core_double::entries()) {
-            EXPECT_EQ(entry.substr(0, 7), GetParam() ? "_rtksSS" : "_rtkdSS");
-            names += (names.empty() ? "" : " ") + entry.substr(7);
+        for (const core_double::call& c : core_double::calls()) {
+            EXPECT_EQ(c.entry.substr(0, 7), GetParam() ? "_rtksSS" : "_rtkdSS");
+            names += (names.empty() ? "" : " ") + c.entry.substr(7);
         }
         return names;
     }
@@ -59,13 +52,8 @@ class dispatcher : public ::testing::TestWithParam<bool> {
 // The checks of the task in their order: a refused task reaches no routine.
 TEST_P(dispatcher, checks_the_task_before_any_routine) {
     using R = task_record&;
-    const struct {
-        const char* what;
-        void (*spoil)(R);
-        std::uint64_t estimates;
-        std::int32_t status;
-        const char* routines;
-    } cases[] = {
+    // clang-format off
+    const struct { const char* what; void (*spoil)(R); std::uint64_t estimates; std::int32_t status; const char* routines; } cases[] = {
         {"no dims_ptr", [](R r) { r.task.dims_ptr = nullptr; }, 1, -4001, ""},
         {"n_dims 0", [](R r) { r.n_dims = 0; }, 1, -4001, ""},
         {"n_dims negative", [](R r) { r.n_dims = -5; }, 1, -4001, ""},
@@ -76,31 +64,22 @@ TEST_P(dispatcher, checks_the_task_before_any_routine) {
         {"storage 0", [](R r) { r.storage = 0; }, 1, -4003, ""},
         {"storage of both layouts", [](R r) { r.storage = 0x30000; }, 0x400, -4003, ""},
         // The order of the checks decides between two faults.
-        {"n_dims before observations", [](R r) { r.n_dims = 0, r.task.observations = 0; }, 1, -4001,
-         ""},
-        {"n_observations before observations",
-         [](R r) { r.n_observations = -1, r.task.observations = 0; }, 1, -4002, ""},
-        {"observations before storage",
-         [](R r) { r.task.observations = 0, r.task.storage_ptr = 0; }, 1, -4032, ""},
-        {"storage_ptr before its value", [](R r) { r.task.storage_ptr = 0, r.storage = 1; }, 1,
-         -4044, ""},
+        {"n_dims before observations", [](R r) { r.n_dims = 0, r.task.observations = 0; }, 1, -4001, ""},
+        {"n_observations before observations", [](R r) { r.n_observations = -1, r.task.observations = 0; }, 1, -4002, ""},
+        {"observations before storage", [](R r) { r.task.observations = 0, r.task.storage_ptr = 0; }, 1, -4032, ""},
+        {"storage_ptr before its value", [](R r) { r.task.storage_ptr = 0, r.storage = 1; }, 1, -4044, ""},
         {"empty mask on a bad task", [](R r) { r.task.observations = 0; }, 0, -4032, ""},
         // Integers are read at the width the task announces: 0 is 32-bit, anything else 64-bit.
-        {"2^32 read at 32 bits", [](R r) { r.task.int_width = 0, r.n_dims = 1ll << 32; }, 1, -4001,
-         ""},
+        {"2^32 read at 32 bits", [](R r) { r.task.int_width = 0, r.n_dims = 1ll << 32; }, 1, -4001, ""},
         {"32-bit integers", [](R r) { r.use_narrow(); }, 1, 0, "Basic"},
-        {"2^32 read at width 7", [](R r) { r.task.int_width = 7, r.n_dims = 1ll << 32; }, 1, 0,
-         "Basic"},
+        {"2^32 read at width 7", [](R r) { r.task.int_width = 7, r.n_dims = 1ll << 32; }, 1, 0, "Basic"},
         // The dimension-only estimates still need n_dims, and nothing else.
         {"dimension-only without n_dims", [](R r) { r.n_dims = 0; }, 0x100000, -4001, ""},
-        {"dimension-only, no observations",
-         [](R r) { r.n_observations = 0, r.task.storage_ptr = 0; }, 0x200000, 0,
-         "PartialCovariance"},
-        {"dimension-only, no storage", [](R r) { r.task.storage_ptr = 0; }, 0x800000, 0,
-         "CorParametrization"},
-        {"dimension-only with the mean", [](R r) { r.task.observations = 0; }, 0x1000001, 0,
-         "Basic StreamQuantiles"},
+        {"dimension-only, no observations", [](R r) { r.n_observations = 0, r.task.storage_ptr = 0; }, 0x200000, 0, "PartialCovariance"},
+        {"dimension-only, no storage", [](R r) { r.task.storage_ptr = 0; }, 0x800000, 0, "CorParametrization"},
+        {"dimension-only with the mean", [](R r) { r.task.observations = 0; }, 0x1000001, 0, "Basic StreamQuantiles"},
     };
+    // clang-format on
     for (const auto& c : cases) {
         SCOPED_TRACE(c.what);
         core_double::reset();
@@ -137,24 +116,18 @@ TEST_P(dispatcher, routes_each_group_of_bits_to_its_routine_in_order) {
          "PartialCovariance Quantiles StreamQuantiles CorParametrization",
          {~0ull & ~0x400000ull}},
     };
-    std::vector<std::pair<std::uint64_t, const char*>> table;
-    for (const auto& [names, masks] : groups)
-        for (std::uint64_t mask : masks)
-            table.push_back({mask, names});
-    for (const auto& [estimates, routines_in_order] : table) {
-        SCOPED_TRACE(testing::Message() << std::hex << "estimates 0x" << estimates);
-        task_record record;
-        core_double::reset();
-        EXPECT_EQ(compute(&record.task, estimates, 12345), 0);
-        EXPECT_EQ(routines(), routines_in_order);
-        // Every routine gets the task, the whole mask, the method untouched and the table.
-        for (const core_double::call& c : core_double::calls()) {
-            EXPECT_EQ(c.estimates, estimates);
-            EXPECT_EQ(c.method, 12345);
-            EXPECT_EQ(c.threaders, threader_table());
-            EXPECT_EQ(c.task.observations, record.observations);
+    for (const auto& [routines_in_order, masks] : groups)
+        for (std::uint64_t estimates : masks) {
+            SCOPED_TRACE(testing::Message() << std::hex << "estimates 0x" << estimates);
+            task_record record;
+            core_double::reset();
+            EXPECT_EQ(compute(&record.task, estimates, 12345), 0);
+            EXPECT_EQ(routines(), routines_in_order);
+            // Every routine gets the task, the whole mask, the method untouched and the table.
+            for (const core_double::call& c : core_double::calls())
+                EXPECT_EQ(std::make_tuple(c.estimates, c.method, c.threaders, c.task.observations),
+                          std::make_tuple(estimates, 12345, threader_table(), record.observations));
         }
-    }
 }
 
 TEST_P(dispatcher, returns_the_status_of_the_last_routine_and_stops_at_a_negative_one) {

@@ -1,9 +1,6 @@
-// How the CPU path finds what it runs on, each case in a process of its own since the first
-// binding is kept for the process's life. The threading layer: a layer already in the process
-// serves the library (omp, then sequential, then pool), else the pool layer is loaded from the
-// library's directory. The statistics component, with the real layers beside the recording
-// stand-in: one that cannot be had ends the process with status 2 after message 771 on the first
-// call; an entry missing from it, after message 772 with its name, only when first used.
+// How the CPU path binds its threading layer (one already in the process by precedence, else the
+// pool layer beside the library) and the statistics component (missing: status 2 after message 771
+// on the first call; an entry missing: after 772, when first used), each case in its own process.
 #include <dlfcn.h>
 #include <unistd.h>
 
@@ -31,8 +28,7 @@ const char* const message_771 =
 const char* const message_772 = "qnd fatal error: the statistics component has no entry named ";
 
 void say(const char* line) {
-    ssize_t written = write(2, line, std::strlen(line));
-    (void)written;
+    [[maybe_unused]] ssize_t written = write(2, line, std::strlen(line));
 }
 
 void* open_layer(const std::string& layer, int mode) {
@@ -49,22 +45,17 @@ using client_death = threading_layer_search;
 // process), no other layer was loaded for it, and the services and the threader table come from it.
 TEST_F(threading_layer_search, binds_the_layer_already_in_the_process_by_precedence) {
     EXPECT_EQ(std::string(library_directory()), CPU_DOUBLES_DIR);
+    const std::string P = "qnd_pool_thread", S = "qnd_sequential", O = "qnd_omp_thread";
+    // Layers loaded first, and the one bound.
     const std::vector<std::pair<std::vector<std::string>, std::string>> cases = {
-        {{}, "qnd_pool_thread"},
-        {{"qnd_pool_thread"}, "qnd_pool_thread"},
-        {{"qnd_sequential"}, "qnd_sequential"},
-        {{"qnd_omp_thread"}, "qnd_omp_thread"},
-        {{"qnd_pool_thread", "qnd_sequential"}, "qnd_sequential"},
-        {{"qnd_sequential", "qnd_omp_thread"}, "qnd_omp_thread"},
-        {{"qnd_pool_thread", "qnd_sequential", "qnd_omp_thread"}, "qnd_omp_thread"},
-    };
+        {{}, P}, {{P}, P}, {{S}, S}, {{O}, O}, {{P, S}, S}, {{S, O}, O}, {{P, S, O}, O}};
     for (const auto& [loaded, bound] : cases) {
         SCOPED_TRACE("bound: " + bound);
         const auto child = [&] {
             for (const std::string& layer : loaded)
                 open_layer(layer, RTLD_LOCAL);
             bool ok = threading_layer() == open_layer(bound, RTLD_NOLOAD);
-            for (const char* other : {"qnd_pool_thread", "qnd_sequential", "qnd_omp_thread"})
+            for (const std::string& other : {P, S, O})
                 ok = ok && (other == bound || open_layer(other, RTLD_NOLOAD) == nullptr ||
                             std::find(loaded.begin(), loaded.end(), other) != loaded.end());
             // Six identical rows of the layer's threader entries.
@@ -73,11 +64,11 @@ TEST_F(threading_layer_search, binds_the_layer_already_in_the_process_by_precede
             for (const ss_threader_row& r : threader_table()->rows) {
                 const threader_entry got[] = {r.parallel_for, r.for_ordered, r.sections, r.ordered,
                                               r.get_num_threads_limit};
-                for (int k = 0; k < 5; ++k)
-                    ok =
-                        ok && reinterpret_cast<void*>(got[k]) ==
-                                  dlsym(threading_layer(),
-                                        ("qnd_rtk_serv_threader_" + std::string(names[k])).c_str());
+                for (int k = 0; k < 5; ++k) {
+                    const std::string name = std::string("qnd_rtk_serv_threader_") + names[k];
+                    ok = ok &&
+                         reinterpret_cast<void*>(got[k]) == dlsym(threading_layer(), name.c_str());
+                }
             }
             ok = ok && qnd_serv_load_ktn() == dlopen(CPU_DOUBLES_DIR "libqnd_core.so.2", RTLD_NOW);
             std::int32_t word = 0;
@@ -139,12 +130,7 @@ TEST_F(client_death, a_missing_routine_ends_the_process_when_the_dispatcher_need
         // Nothing selected: no routine is looked up, so nothing is missed.
         std::int64_t dims = 1, count = 1, storage = row_major;
         double x = 0;
-        ss_task task{};
-        task.int_width = 1;
-        task.dims_ptr = &dims;
-        task.observations_count_ptr = &count;
-        task.observations = &x;
-        task.storage_ptr = &storage;
+        ss_task task{1, 0, 0, &dims, &count, nullptr, &x, nullptr, 0, &storage};
         if (__rtkdSSCompute(&task, 0, 1) == 0)
             say("empty mask: fine\n");
         resolve_core_entry("_rtkdSSNoSuchRoutine");

@@ -15,15 +15,13 @@ using core_double::word_of;
 std::mutex lock;
 std::vector<core_double::call> log;
 std::map<std::string, std::int32_t> statuses;
-// Tasks not yet deleted: a failing call leaves its task behind, and reset() frees it.
-std::set<ss_task*> live_tasks;
+std::set<ss_task*> live_tasks;  // a failing call leaves its task behind, and reset() frees it
 
 std::int64_t integer(const ss_task& task, const void* at) {
     if (at == nullptr)
         return 0;
-    if (task.int_width == 0)
-        return *static_cast<const std::int32_t*>(at);
-    return *static_cast<const std::int64_t*>(at);
+    return task.int_width == 0 ? *static_cast<const std::int32_t*>(at)
+                               : *static_cast<const std::int64_t*>(at);
 }
 
 void*& word_of(ss_task* task, int word) {
@@ -44,29 +42,14 @@ std::int32_t record(const char* entry, const ss_task* task, core_double::call c 
     return found == statuses.end() ? 0 : found->second;
 }
 
-std::int32_t new_task(const char* entry,
-                      ss_task** handle,
-                      const void* n_dims,
-                      const void* n_observations,
-                      const void* storage,
-                      const void* observations,
-                      const void* weights,
-                      const void* indices,
-                      std::int32_t int_width) {
-    auto* task = new ss_task{};
-    task->int_width = static_cast<std::uint32_t>(int_width);
-    task->dims_ptr = n_dims;
-    task->observations_count_ptr = n_observations;
-    task->storage_ptr = storage;
-    task->observations = observations;
-    task->weights = weights;
-    task->indices = indices;
-    *handle = task;
+// Keeps `made`, a record built from the creation's arguments, until it is deleted or reset.
+std::int32_t new_task(const char* entry, ss_task** handle, const ss_task& made) {
+    *handle = new ss_task(made);
     {
         std::lock_guard<std::mutex> guard(lock);
-        live_tasks.insert(task);
+        live_tasks.insert(*handle);
     }
-    return record(entry, task);
+    return record(entry, *handle);
 }
 
 std::int32_t edit_task(const char* entry, ss_task* task, std::int32_t parameter, void* array) {
@@ -77,9 +60,7 @@ std::int32_t edit_task(const char* entry, ss_task* task, std::int32_t parameter,
     if (found == words.end())
         return -1;
     word_of(task, found->second) = array;
-    core_double::call c;
-    c.parameter = parameter;
-    return record(entry, task, c);
+    return record(entry, task, {"", parameter});
 }
 
 // EditMoments sets words 11 to 17, EditSums words 18 to 24.
@@ -97,19 +78,14 @@ std::int32_t routine(const char* entry,
                      std::uint64_t estimates,
                      std::int64_t method,
                      const void* threaders) {
-    core_double::call c;
-    c.estimates = estimates;
-    c.method = method;
-    c.threaders = threaders;
-    const std::int32_t status = record(entry, task, c);
+    const std::int32_t status = record(entry, task, {"", 0, estimates, method, threaders});
     const std::string name(entry + 7);  // behind "_rtk?SS"
     if (status != 0 || task == nullptr || task->dims_ptr == nullptr ||
         (name != "Basic" && name != "Minmax"))
         return status;
-    const int first = name == "Basic" ? 11 : 28, last = name == "Basic" ? 27 : 29;
     const std::int64_t n = integer(*task, task->dims_ptr);
     const auto* kept = static_cast<const char*>(task->indices);
-    for (int word = first; word <= last; ++word) {
+    for (int word = name == "Basic" ? 11 : 28; word <= (name == "Basic" ? 27 : 29); ++word) {
         if ((estimates & core_double::bit_of_word(word)) == 0 || word_of(task, word) == nullptr)
             continue;
         for (std::int64_t d = 0; d < n; ++d)
@@ -127,13 +103,6 @@ namespace core_double {
 std::vector<call> calls() {
     std::lock_guard<std::mutex> guard(lock);
     return log;
-}
-
-std::vector<std::string> entries() {
-    std::vector<std::string> names;
-    for (const call& c : calls())
-        names.push_back(c.entry);
-    return names;
 }
 
 void reset() {
@@ -155,19 +124,20 @@ void set_status(const std::string& entry, std::int32_t status) {
 #define CORE_DOUBLE_EXPORT extern "C" __attribute__((visibility("default")))
 
 // The entries of one precision: p is s or d, T its element type.
-#define CORE_DOUBLE_TASK_ENTRIES(p, T)                                                          \
-    CORE_DOUBLE_EXPORT std::int32_t __rtk##p##SSNewTask(                                        \
-        ss_task** task, const void* n_dims, const void* n_observations, const void* storage,    \
-        const T* observations, const T* weights, const void* indices, std::int32_t width) {     \
-        return new_task("__rtk" #p "SSNewTask", task, n_dims, n_observations, storage,          \
-                        observations, weights, indices, width);                                 \
-    }                                                                                           \
-    CORE_DOUBLE_EXPORT std::int32_t __rtk##p##SSEditTask(ss_task* task, std::int32_t k, T* a) { \
-        return edit_task("__rtk" #p "SSEditTask", task, k, a);                                  \
-    }                                                                                           \
-    CORE_DOUBLE_EXPORT std::int32_t __rtk##p##SSEditMoments(ss_task* task, T* a0, T* a1, T* a2, \
-                                                            T* a3, T* a4, T* a5, T* a6) {       \
-        return edit_seven("__rtk" #p "SSEditMoments", task, 11, {a0, a1, a2, a3, a4, a5, a6});  \
+#define CORE_DOUBLE_TASK_ENTRIES(p, T)                                                             \
+    CORE_DOUBLE_EXPORT std::int32_t __rtk##p##SSNewTask(                                           \
+        ss_task** task, const void* n_dims, const void* n_observations, const void* storage,       \
+        const T* observations, const T* weights, const void* indices, std::int32_t width) {        \
+        return new_task("__rtk" #p "SSNewTask", task,                                              \
+                        {static_cast<std::uint32_t>(width), 0, 0, n_dims, n_observations, indices, \
+                         observations, weights, 0, storage});                                      \
+    }                                                                                              \
+    CORE_DOUBLE_EXPORT std::int32_t __rtk##p##SSEditTask(ss_task* task, std::int32_t k, T* a) {    \
+        return edit_task("__rtk" #p "SSEditTask", task, k, a);                                     \
+    }                                                                                              \
+    CORE_DOUBLE_EXPORT std::int32_t __rtk##p##SSEditMoments(ss_task* task, T* a0, T* a1, T* a2,    \
+                                                            T* a3, T* a4, T* a5, T* a6) {          \
+        return edit_seven("__rtk" #p "SSEditMoments", task, 11, {a0, a1, a2, a3, a4, a5, a6});     \
     }
 
 #define CORE_DOUBLE_EDIT_SUMS(p, T)                                                          \
@@ -196,15 +166,13 @@ CORE_DOUBLE_EXPORT std::int32_t __rtkSSDeleteTask(ss_task** task) {
     return status;
 }
 
-#define CORE_DOUBLE_ROUTINES(name)                                                            \
-    CORE_DOUBLE_EXPORT std::int32_t _rtks##name(ss_task* task, std::uint64_t estimates,       \
-                                                std::int64_t method, const void* threaders) { \
-        return routine<float>("_rtks" #name, task, estimates, method, threaders);             \
-    }                                                                                         \
-    CORE_DOUBLE_EXPORT std::int32_t _rtkd##name(ss_task* task, std::uint64_t estimates,       \
-                                                std::int64_t method, const void* threaders) { \
-        return routine<double>("_rtkd" #name, task, estimates, method, threaders);            \
+#define CORE_DOUBLE_ROUTINE(p, T, name)                                                         \
+    CORE_DOUBLE_EXPORT std::int32_t _rtk##p##name(ss_task* task, std::uint64_t estimates,       \
+                                                  std::int64_t method, const void* threaders) { \
+        return routine<T>("_rtk" #p #name, task, estimates, method, threaders);                 \
     }
+#define CORE_DOUBLE_ROUTINES(name) \
+    CORE_DOUBLE_ROUTINE(s, float, name) CORE_DOUBLE_ROUTINE(d, double, name)
 
 CORE_DOUBLE_ROUTINES(SSMissingValues)
 CORE_DOUBLE_ROUTINES(SSMinmax)

@@ -26,14 +26,9 @@ struct call {
     std::int64_t n_dims = 0, n_observations = 0, storage = 0;
 };
 
-// Everything since the last reset, in order.
-std::vector<call> calls();
-// The entries called since the last reset, in order.
-std::vector<std::string> entries();
-// Forgets the calls and statuses and frees the tasks that were never deleted.
-void reset();
-// From now on, `entry` returns `status` (0 restores success).
-void set_status(const std::string& entry, std::int32_t status);
+std::vector<call> calls();  // since the last reset, in order
+void reset();               // forgets calls and statuses, frees the tasks never deleted
+void set_status(const std::string& entry, std::int32_t status);  // from now on; 0 restores success
 
 // Record words 11 (mean) to 29 (max) hold result arrays; this is the bit of the mask under which
 // the routines fill word `word`.
