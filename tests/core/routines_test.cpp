@@ -5,6 +5,7 @@
 #include <limits>
 
 #include "core_test_support.hpp"
+#include "qnd_core/co_moments.hpp"
 
 using namespace core_test;
 
@@ -159,6 +160,97 @@ TEST(Quantiles, WeightedDefinitions) {
     f.edit(QND_SS_ED_MEDIAN, &out);
     ASSERT_EQ(compute(f, QND_SS_MEDIAN), QND_SS_OK);
     EXPECT_TRUE(std::isnan(out));
+}
+
+// Covariance, correlation and cross products (three p x p arrays, then the means) of the rows
+// [first, first + count) of column-major data, or of all of row-major data.
+template <class T>
+std::vector<double> matrices(const std::vector<T>& data,
+                             bool row_major,
+                             int64_t dims,
+                             int64_t first,
+                             int64_t count,
+                             const T* w,
+                             const qnd_ss_threader_row* table) {
+    const int32_t yes = 1;
+    std::vector<double> out(3 * dims * dims + dims, nan);
+    task_fixture<T> f(dims, count, row_major ? QND_SS_ROW_MAJOR : QND_SS_COL_MAJOR,
+                      data.data() + first * dims, w == nullptr ? nullptr : w + first);
+    f.edit(QND_SS_ED_DOUBLE_RESULTS, &yes);
+    f.edit(QND_SS_ED_MEAN, out.data() + 3 * dims * dims);
+    for (int k = 0; k < 3; ++k)
+        f.edit(QND_SS_ED_COVARIANCE + k, out.data() + k * dims * dims);
+    const uint64_t bits =
+        QND_SS_COVARIANCE | QND_SS_CORRELATION | QND_SS_CROSS_PRODUCT | QND_SS_MEAN;
+    EXPECT_EQ(compute(f, bits, table), QND_SS_OK);
+    return out;
+}
+
+// 1e8 + N(0, 1) data with correlated dimensions against long double, both layouts and element
+// types, with and without weights (some 0), one and two threads; and two halves' reported results
+// merged (qnd_core/co_moments.hpp) against the whole.
+template <class T>
+void check_covariance(bool row_major, bool weighted, const qnd_ss_threader_row* table) {
+    const int64_t n = 60001, p = 5;
+    std::vector<T> rows = offset_normal<T>(p * n, 1e8, 11), w(n);
+    for (int64_t i = 0; i < n; ++i) {
+        w[i] = T(i % 3);
+        rows[n + i] = rows[i] + (rows[2 * n + i] - T(1e8));
+    }
+    const std::vector<T> data = row_major ? rows : transpose(rows, p, n);
+    const T* wp = weighted ? w.data() : nullptr;
+    const std::vector<double> got = matrices(data, row_major, p, 0, n, wp, table);
+    long double W = 0, W2 = 0, mean[p] = {}, cross[p][p] = {};
+    for (int64_t i = 0; i < n; ++i) {
+        const long double wi = weighted ? w[i] : 1;
+        W += wi, W2 += wi * wi;
+        for (int a = 0; a < p; ++a)
+            mean[a] += wi * rows[a * n + i];
+    }
+    for (int a = 0; a < p; ++a)
+        mean[a] /= W;
+    for (int64_t i = 0; i < n; ++i)
+        for (int a = 0; a < p; ++a)
+            for (int b = 0; b < p; ++b)
+                cross[a][b] += (weighted ? w[i] : 1) * (rows[a * n + i] - mean[a]) *
+                               (rows[b * n + i] - mean[b]);
+    for (int a = 0; a < p; ++a)
+        for (int b = 0; b < p; ++b) {
+            const long double scale = std::sqrt(cross[a][a] * cross[b][b]);
+            EXPECT_LT(relative_error(got[2 * p * p + a * p + b], cross[a][b], scale), 1e-10);
+            EXPECT_LT(relative_error(got[a * p + b], cross[a][b] * W / (W * W - W2),
+                                     scale * W / (W * W - W2)),
+                      1e-10);
+            EXPECT_LT(relative_error(got[p * p + a * p + b], cross[a][b] / scale, 1), 1e-10);
+        }
+    // Halves merge from their reported means, rounded near 1e8 to 7e-9: against the spread of
+    // float data (steps of 8 there) that rounding is no longer negligible.
+    if (row_major || sizeof(T) == 4)
+        return;
+    qnd_core::co_moment_sums merged(p);
+    for (int64_t first : {int64_t(0), n / 3}) {
+        const int64_t count = first == 0 ? n / 3 : n - n / 3;
+        const std::vector<double> h = matrices(data, false, p, first, count, wp, table);
+        double hw = 0, hw2 = 0;
+        for (int64_t i = first; i < first + count; ++i)
+            hw += weighted ? w[i] : 1, hw2 += weighted ? double(w[i]) * w[i] : 1;
+        qnd_core::merge(merged, qnd_core::co_moments_of(p, hw, hw2, h.data() + 3 * p * p,
+                                                        h.data() + 2 * p * p));
+    }
+    std::vector<double> mean_merged(p), cross_merged(p * p);
+    qnd_core::finish_co_moments(merged, mean_merged.data(), cross_merged.data());
+    for (int a = 0; a < p * p; ++a)
+        EXPECT_NEAR(cross_merged[a], got[2 * p * p + a], 1e-10 * got[2 * p * p]);
+}
+
+TEST(Covariance, LargeOffsetAgainstLongDoubleAndMergedHalves) {
+    layer pool(layer_files[2]);
+    for (const qnd_ss_threader_row* table : {static_cast<qnd_ss_threader_row*>(nullptr), pool.rows})
+        for (bool row_major : {true, false})
+            for (bool weighted : {false, true}) {
+                check_covariance<double>(row_major, weighted, table);
+                check_covariance<float>(row_major, weighted, table);
+            }
 }
 
 }  // namespace
