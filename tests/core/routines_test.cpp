@@ -253,4 +253,67 @@ TEST(Covariance, LargeOffsetAgainstLongDoubleAndMergedHalves) {
             }
 }
 
+// Pooled over three groups (an index -1 leaves its row out) against long double sums per group;
+// partial covariance given one control against S_ab - S_az S_zb / S_zz, from the observations and
+// from a covariance array given in place of them.
+TEST(Covariance, PooledAndPartial) {
+    const int64_t n = 3000, p = 3, groups = 3;
+    std::vector<double> x = offset_normal<double>(p * n, 10, 5);
+    std::vector<int64_t> group(n);
+    for (int64_t i = 0; i < n; ++i) {
+        group[i] = i % 7 == 6 ? -1 : i % 3;
+        x[i] += group[i];
+        x[n + i] += 0.5 * x[2 * n + i];
+    }
+    std::vector<double> pooled(p * p), cov(p * p), gmean(groups * p), all_mean(p), pc(p * p),
+        pr(p * p);
+    task_fixture<double> f(p, n, QND_SS_ROW_MAJOR, x.data());
+    f.edit(QND_SS_ED_GROUPS_COUNT, &groups);
+    f.edit(QND_SS_ED_GROUP_INDICES, group.data());
+    void* outs[] = {pooled.data(), nullptr, all_mean.data(), gmean.data()};
+    for (int k = 0; k < 4; ++k)
+        f.edit(QND_SS_ED_POOLED_COVARIANCE + k, outs[k]);
+    ASSERT_EQ(compute(f, QND_SS_POOLED_COVARIANCE | QND_SS_POOLED_MEAN | QND_SS_GROUP_MEAN),
+              QND_SS_OK);
+    long double count[groups] = {}, mean[groups][p] = {}, cross[p][p] = {};
+    for (int64_t i = 0; i < n; ++i)
+        for (int a = 0; a < p && group[i] >= 0; ++a)
+            count[group[i]] += a == 0, mean[group[i]][a] += x[a * n + i];
+    for (int g = 0; g < groups; ++g)
+        for (int a = 0; a < p; ++a)
+            EXPECT_NEAR(gmean[g * p + a], mean[g][a] /= count[g], 1e-12);
+    for (int64_t i = 0; i < n; ++i)
+        for (int a = 0; a < p && group[i] >= 0; ++a)
+            for (int b = 0; b < p; ++b)
+                cross[a][b] +=
+                    (x[a * n + i] - mean[group[i]][a]) * (x[b * n + i] - mean[group[i]][b]);
+    const long double kept = count[0] + count[1] + count[2];
+    for (int a = 0; a < p; ++a) {
+        EXPECT_NEAR(all_mean[a],
+                    (mean[0][a] * count[0] + mean[1][a] * count[1] + mean[2][a] * count[2]) / kept,
+                    1e-12);
+        for (int b = 0; b < p; ++b)
+            EXPECT_NEAR(pooled[a * p + b], cross[a][b] / (kept - groups), 1e-12);
+    }
+    // Partial, dimension 2 controlling; then the same from the covariance alone.
+    const int64_t controls[p] = {0, 0, 1};
+    f.edit(QND_SS_ED_COVARIANCE, cov.data());
+    f.edit(QND_SS_ED_PARTIAL_CONTROLS, controls);
+    f.edit(QND_SS_ED_PARTIAL_COVARIANCE, pc.data());
+    f.edit(QND_SS_ED_PARTIAL_CORRELATION, pr.data());
+    const uint64_t partial = QND_SS_PARTIAL_COVARIANCE | QND_SS_PARTIAL_CORRELATION;
+    ASSERT_EQ(compute(f, QND_SS_COVARIANCE | partial), QND_SS_OK);
+    const std::vector<double> from_data = pc;
+    f.edit(QND_SS_ED_OBSERVATIONS, nullptr);
+    std::fill(pc.begin(), pc.end(), nan);
+    ASSERT_EQ(compute(f, partial), QND_SS_OK);
+    for (int a = 0; a < 2; ++a)
+        for (int b = 0; b < 2; ++b) {
+            const double want = cov[a * p + b] - cov[a * p + 2] * cov[2 * p + b] / cov[8];
+            EXPECT_NEAR(from_data[a * p + b], want, 1e-12);
+            EXPECT_NEAR(pc[a * p + b], want, 1e-12);
+            EXPECT_NEAR(pr[a * p + b], want / std::sqrt(pc[a * p + a] * pc[b * p + b]), 1e-12);
+        }
+}
+
 }  // namespace
