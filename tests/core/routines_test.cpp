@@ -6,6 +6,7 @@
 
 #include "core_test_support.hpp"
 #include "qnd_core/co_moments.hpp"
+#include "qnd_core/kll_sketch.hpp"
 
 using namespace core_test;
 
@@ -314,6 +315,53 @@ TEST(Covariance, PooledAndPartial) {
             EXPECT_NEAR(pc[a * p + b], want, 1e-12);
             EXPECT_NEAR(pr[a * p + b], want / std::sqrt(pc[a * p + a] * pc[b * p + b]), 1e-12);
         }
+}
+
+// Streaming quantiles of 10^6 random, ascending and descending values, read as two chunks into
+// the caller's sketches, and as two sketches merged after a round trip through bytes: every
+// reported order's rank within the stated 1.65% of the count (k = 200).
+TEST(StreamQuantiles, WithinTheRankBoundChunkedAndMerged) {
+    const int64_t n = 1000000, p = 3, m = 99, half = n / 2;
+    std::vector<double> x(p * n), orders(m), q(p * m);
+    std::mt19937_64 gen(29);
+    for (int64_t i = 0; i < n; ++i)
+        x[i] = std::uniform_real_distribution<double>(0, 1)(gen), x[n + i] = i, x[2 * n + i] = -i;
+    for (int j = 0; j < m; ++j)
+        orders[j] = (j + 1) / 100.0;
+    std::vector<qnd_core::kll_sketch> chunked(p), second(p);
+    const std::vector<double> cols = transpose(x, p, n);
+    for (int64_t first : {int64_t(0), half}) {  // column major: a chunk is a range of rows
+        task_fixture<double> f(p, half, QND_SS_COL_MAJOR, cols.data() + first * p);
+        f.edit(QND_SS_ED_QUANTILE_ORDERS_COUNT, &m);
+        f.edit(QND_SS_ED_QUANTILE_ORDERS, orders.data());
+        f.edit(QND_SS_ED_STREAM_QUANTILES, q.data());
+        f.edit(QND_SS_ED_STREAM_SKETCHES, chunked.data());
+        ASSERT_EQ(compute(f, QND_SS_STREAM_QUANTILES), QND_SS_OK);
+        if (first == 0)
+            continue;
+        std::vector<double> unused(p * m);
+        f.edit(QND_SS_ED_STREAM_QUANTILES, unused.data());
+        f.edit(QND_SS_ED_STREAM_SKETCHES, second.data());
+        ASSERT_EQ(compute(f, QND_SS_STREAM_QUANTILES), QND_SS_OK);
+    }
+    for (int64_t d = 0; d < p; ++d) {
+        std::vector<double> v(x.begin() + d * n, x.begin() + (d + 1) * n);
+        std::sort(v.begin(), v.end());
+        qnd_core::kll_sketch merged, first_half;
+        for (int64_t i = 0; i < half; ++i)
+            qnd_core::kll_update(first_half, x[d * n + i]);
+        const std::vector<unsigned char> bytes = qnd_core::kll_to_bytes(second[d]);
+        ASSERT_TRUE(qnd_core::kll_from_bytes(bytes.data(), bytes.size(), merged));
+        qnd_core::kll_merge(merged, first_half);
+        EXPECT_LT(qnd_core::kll_retained(merged), 1000u);
+        for (int j = 0; j < m; ++j)
+            for (double got : {q[d * m + j], qnd_core::kll_quantile(merged, orders[j])}) {
+                const double lo = std::lower_bound(v.begin(), v.end(), got) - v.begin();
+                const double hi = std::upper_bound(v.begin(), v.end(), got) - v.begin();
+                const double target = orders[j] * n;
+                EXPECT_LE(std::max(lo - target, target - hi), 0.0165 * n) << d << " " << j;
+            }
+    }
 }
 
 }  // namespace

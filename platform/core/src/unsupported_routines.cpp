@@ -14,8 +14,6 @@ QND_NOT_SUPPORTED(_rtksSSOutliersDetection)
 QND_NOT_SUPPORTED(_rtkdSSOutliersDetection)
 QND_NOT_SUPPORTED(_rtksSSRobustCovariance)
 QND_NOT_SUPPORTED(_rtkdSSRobustCovariance)
-QND_NOT_SUPPORTED(_rtksSSStreamQuantiles)
-QND_NOT_SUPPORTED(_rtkdSSStreamQuantiles)
 QND_NOT_SUPPORTED(_rtksSSCorParametrization)
 QND_NOT_SUPPORTED(_rtkdSSCorParametrization)
 }
