@@ -3,9 +3,11 @@
 // the streaming quantiles routine updates arrays of these, and callers keep them across chunks,
 // merge them across devices or processes and read quantiles from them.
 //
-// Accuracy: with k = 200 (the default) the rank of a reported quantile is within 1.65% of the
-// number of values of the order asked for, for all orders at once, with probability 99%; the
-// error falls as about 2.45 / k^0.94 with larger k. Memory: about 3k values, whatever the count.
+// Accuracy: the compactors' capacities shrink by 2/3 per level below the top, which holds k
+// values, so that about 3k values are kept whatever the count. With k = 200 (the default) the rank
+// of a reported quantile stays within 1.65% of the count of the order asked for; the tests check
+// that bound at 99 orders on 10^6 values, and the routines benchmark on 10^7. The error falls
+// roughly as 1 / k.
 #pragma once
 
 #include <algorithm>

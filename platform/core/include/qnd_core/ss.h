@@ -48,17 +48,17 @@ typedef struct qnd_ss_task {
     uint64_t magic;           /* word 7: QND_SS_TASK_MAGIC while the task is alive */
     const void* storage_ptr;  /* word 8: QND_SS_ROW_MAJOR or QND_SS_COL_MAJOR */
     struct qnd_ss_extension* extension; /* word 9: the fields of the further routines */
-    uint64_t reserved10;      /* word 10 */
-    void* mean;               /* word 11: means; the caller's mean under QND_SS_METHOD_USER_MEAN */
-    void* raw_moment[3];      /* words 12 to 14: raw moments of order 2 to 4 */
-    void* central_moment[3];  /* words 15 to 17: central moments of order 2 to 4 */
-    void* raw_sum[4];         /* words 18 to 21: raw sums of order 1 to 4 */
-    void* central_sum[3];     /* words 22 to 24: central sums of order 2 to 4 */
-    void* kurtosis;           /* word 25 */
-    void* skewness;           /* word 26 */
-    void* variation;          /* word 27 */
-    void* min;                /* word 28 */
-    void* max;                /* word 29 */
+    uint64_t reserved10;                /* word 10 */
+    void* mean;              /* word 11: means; the caller's mean under QND_SS_METHOD_USER_MEAN */
+    void* raw_moment[3];     /* words 12 to 14: raw moments of order 2 to 4 */
+    void* central_moment[3]; /* words 15 to 17: central moments of order 2 to 4 */
+    void* raw_sum[4];        /* words 18 to 21: raw sums of order 1 to 4 */
+    void* central_sum[3];    /* words 22 to 24: central sums of order 2 to 4 */
+    void* kurtosis;          /* word 25 */
+    void* skewness;          /* word 26 */
+    void* variation;         /* word 27 */
+    void* min;               /* word 28 */
+    void* max;               /* word 29 */
 } qnd_ss_task;
 
 #define QND_SS_TASK_MAGIC 0x6b73617473646e71ULL
@@ -70,27 +70,27 @@ typedef struct qnd_ss_task {
 typedef struct qnd_ss_extension {
     const void* quantile_orders_count; /* number of quantile orders */
     const double* quantile_orders;     /* the orders, doubles in [0, 1] */
-    void* quantiles;           /* n_dims x n_orders, element d * n_orders + j */
-    void* median;              /* n_dims */
-    void* sorted;              /* the sorted observations, shaped as the observations */
-    void* mad;                 /* median absolute deviation */
-    void* mad_scaled;          /* 1.4826 x the median absolute deviation */
-    void* covariance;          /* n_dims x n_dims */
-    void* correlation;         /* n_dims x n_dims */
-    void* cross_product;       /* n_dims x n_dims centred co-moment sums */
-    const void* groups_count;  /* number of groups of the pooled estimates */
-    const void* group_indices; /* one integer per observation, its group or -1 */
-    void* pooled_covariance;   /* n_dims x n_dims */
-    void* group_covariance;    /* n_groups x n_dims x n_dims */
-    void* pooled_mean;         /* n_dims */
-    void* group_mean;          /* n_groups x n_dims, element g * n_dims + d */
-    const void* partial_controls; /* one integer per dimension, non-zero controls */
-    void* partial_covariance;     /* n_dims x n_dims */
-    void* partial_correlation;    /* n_dims x n_dims */
-    void* stream_quantiles;       /* n_dims x n_orders, as quantiles */
-    void* stream_sketches; /* n_dims qnd_core::kll_sketch objects, or null */
-    int32_t quantile_definition; /* QND_SS_QUANTILE_* */
-    int32_t stream_capacity;     /* the sketches' k, 0 for the default */
+    void* quantiles;                   /* n_dims x n_orders, element d * n_orders + j */
+    void* median;                      /* n_dims */
+    void* sorted;                      /* the sorted observations, shaped as the observations */
+    void* mad;                         /* median absolute deviation */
+    void* mad_scaled;                  /* 1.4826 x the median absolute deviation */
+    void* covariance;                  /* n_dims x n_dims */
+    void* correlation;                 /* n_dims x n_dims */
+    void* cross_product;               /* n_dims x n_dims centred co-moment sums */
+    const void* groups_count;          /* number of groups of the pooled estimates */
+    const void* group_indices;         /* one integer per observation, its group or -1 */
+    void* pooled_covariance;           /* n_dims x n_dims */
+    void* group_covariance;            /* n_groups x n_dims x n_dims */
+    void* pooled_mean;                 /* n_dims */
+    void* group_mean;                  /* n_groups x n_dims, element g * n_dims + d */
+    const void* partial_controls;      /* one integer per dimension, non-zero controls */
+    void* partial_covariance;          /* n_dims x n_dims */
+    void* partial_correlation;         /* n_dims x n_dims */
+    void* stream_quantiles;            /* n_dims x n_orders, as quantiles */
+    void* stream_sketches;             /* n_dims qnd_core::kll_sketch objects, or null */
+    int32_t quantile_definition;       /* QND_SS_QUANTILE_* */
+    int32_t stream_capacity;           /* the sketches' k, 0 for the default */
 } qnd_ss_extension;
 
 /* Flag of the word 1: results are written as double also for a float task. */
@@ -259,12 +259,13 @@ typedef struct qnd_ss_extension {
 #define QND_SS_ERROR_MEMORY (-4091)             /* out of memory */
 #define QND_SS_ERROR_PARAMETER (-4092)          /* unknown edit parameter */
 #define QND_SS_ERROR_ELEMENT_TYPE (-4093)       /* a float routine on a double task or back */
-#define QND_SS_ERROR_ORDERS (-4094)     /* quantile orders missing, or one outside [0, 1] */
+#define QND_SS_ERROR_ORDERS (-4094)             /* quantile orders missing, or one outside [0, 1] */
 #define QND_SS_ERROR_DEFINITION (-4095) /* unknown quantile definition, or none with weights */
 #define QND_SS_ERROR_GROUPS (-4096)     /* groups count below 1, or group indices missing */
-#define QND_SS_ERROR_CONTROLS (-4097)   /* controls missing, none or all dimensions control,
-                                           or the controls' covariance is singular */
-#define QND_SS_ERROR_SKETCH (-4098)     /* nothing to sketch or report, or a k below 8 */
+#define QND_SS_ERROR_CONTROLS                                                            \
+    (-4097)                         /* controls missing, none or all dimensions control, \
+                                       or the controls' covariance is singular */
+#define QND_SS_ERROR_SKETCH (-4098) /* nothing to sketch or report, or a k below 8 */
 
 /* ------------------------------------------------------------------------------------------
  * Threader table: six rows of the five entries of a threading layer, all rows the same, as
@@ -380,11 +381,15 @@ QND_CORE_API int32_t __rtkSSDeleteTask(qnd_ss_task** task);
  * -4002, -4032, -4044, -4003, -4093, -4029), then its own inputs, and writes nothing when it
  * refuses. A requested estimate whose output array is null is skipped.
  *   Basic: mean, raw and central moments, raw and central sums, kurtosis, skewness,
- *     variation (bits 0x1 to 0x200 and 0x2000000 to 0x80000000); the other bits that route
- *     to it (0x1000, 0x2000, 0x100000000) are refused with QND_SS_ERROR_NOT_SUPPORTED.
+ *     variation (bits 0x1 to 0x200 and 0x2000000 to 0x80000000), and the covariance,
+ *     correlation and cross-product matrices (0x1000, 0x2000, 0x100000000).
  *   Minmax: bits 0x400 and 0x800, the true extremes of the observations of positive weight.
- *   The ten others are not computed by this component: they return
- *     QND_SS_ERROR_NOT_SUPPORTED without touching anything.
+ *   Quantiles, StreamQuantiles, MAD, Sort, PooledCovariance, PartialCovariance: the bits and
+ *     fields of the extension record above. StreamQuantiles without observations (only dims_ptr
+ *     is then checked) reports from the caller's sketches; PartialCovariance without
+ *     observations reads the task's covariance array.
+ *   MissingValues, OutliersDetection, RobustCovariance, CorParametrization are not computed by
+ *     this component: they return QND_SS_ERROR_NOT_SUPPORTED without touching anything.
  * Definitions, with W the sum of weights and W2 the sum of their squares: central moment 2 is
  * C2 * W / (W^2 - W2), orders 3 and 4 are C3 / W and C4 / W; skewness M3 / M2^1.5; kurtosis is
  * the excess M4 / M2^2 - 3; variation sqrt(M2) / mean. Observations of weight 0 are dropped;
