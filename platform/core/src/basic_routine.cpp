@@ -1,16 +1,17 @@
 // The basic routine: mean, raw and central moments and sums, kurtosis, skewness and variation of
-// every dimension, from one reduction of the matrix.
+// every dimension, from one reduction of the matrix; and the covariance, correlation and cross
+// product matrices, from one reduction of co-moments.
 #include <cmath>
 #include <new>
 #include <vector>
 
+#include "co_moment_reduction.hpp"
 #include "reduction.hpp"
 
 namespace qnd_core {
 namespace {
 
-// Bits that route to this routine but that it does not compute.
-constexpr uint64_t unsupported_bits = 0x3000ULL | 0x100000000ULL;
+constexpr uint64_t matrix_bits = QND_SS_COVARIANCE | QND_SS_CORRELATION | QND_SS_CROSS_PRODUCT;
 // Estimates formed around a mean: under method 256 they need the caller's.
 constexpr uint64_t around_mean_bits = QND_SS_CENTRAL_MOMENT_2 | QND_SS_CENTRAL_MOMENT_3 |
                                       QND_SS_CENTRAL_MOMENT_4 | QND_SS_KURTOSIS | QND_SS_SKEWNESS |
@@ -121,6 +122,36 @@ void write_dimension(qnd_ss_task& t,
     }
 }
 
+// The matrices asked for, around the data's own means whatever the method.
+template <class T>
+int32_t matrices(qnd_ss_task* task,
+                 const task_view& tv,
+                 uint64_t estimates,
+                 const qnd_ss_threader_row* table) {
+    const qnd_ss_extension& e = *task->extension;
+    matrix_outputs o;
+    o.covariance = (estimates & QND_SS_COVARIANCE) != 0 ? e.covariance : nullptr;
+    o.correlation = (estimates & QND_SS_CORRELATION) != 0 ? e.correlation : nullptr;
+    o.cross = (estimates & QND_SS_CROSS_PRODUCT) != 0 ? e.cross_product : nullptr;
+    if ((estimates & matrix_bits) == 0 || (!o.covariance && !o.correlation && !o.cross)) {
+        return QND_SS_OK;
+    }
+    const std::vector<int64_t> dims = kept_dimensions(tv);
+    if (dims.empty()) {
+        return QND_SS_OK;
+    }
+    co_moment_sums s;
+    try {
+        if (!reduce_co_moments<T>(tv, table, dims, static_cast<const T*>(tv.weights), s)) {
+            return QND_SS_ERROR_WEIGHTS;
+        }
+    } catch (const std::bad_alloc&) {
+        return QND_SS_ERROR_MEMORY;
+    }
+    write_matrices<T>(s, dims, tv.n_dims, o, tv.double_results);
+    return QND_SS_OK;
+}
+
 template <class T>
 int32_t basic(qnd_ss_task* task,
               uint64_t estimates,
@@ -130,15 +161,15 @@ int32_t basic(qnd_ss_task* task,
     if (const int32_t status = check_task<T>(task, method, &tv)) {
         return status;
     }
-    if ((estimates & unsupported_bits) != 0) {
-        return QND_SS_ERROR_NOT_SUPPORTED;
-    }
     const bool user_mean = method == QND_SS_METHOD_USER_MEAN;
     if (user_mean && (estimates & around_mean_bits) != 0 && task->mean == nullptr) {
         return QND_SS_ERROR_MEAN_MISSING;
     }
     int order = 0;
     const uint64_t present = present_estimates(*task, estimates, &order);
+    if (const int32_t status = matrices<T>(task, tv, estimates, table)) {
+        return status;
+    }
     if (present == 0 || (user_mean && present == QND_SS_MEAN)) {
         return QND_SS_OK;
     }

@@ -9,6 +9,7 @@
 
 #include <cstdint>
 #include <cstring>
+#include <vector>
 
 #include "kernel_set.hpp"
 
@@ -1103,15 +1104,17 @@ bool extremes_strided(
     return true;
 }
 
+#include "co_moment_kernels.hpp"
+
 }  // namespace
 }  // namespace QND_ISA
 
 extern const kernel_set QND_SET = {
     QND_SET_NAME,
     {&QND_ISA::moments<float>, &QND_ISA::moments_strided<float>, &QND_ISA::extremes<float>,
-     &QND_ISA::extremes_strided<float>},
+     &QND_ISA::extremes_strided<float>, &QND_ISA::co_moments<float>},
     {&QND_ISA::moments<double>, &QND_ISA::moments_strided<double>, &QND_ISA::extremes<double>,
-     &QND_ISA::extremes_strided<double>},
+     &QND_ISA::extremes_strided<double>, &QND_ISA::co_moments<double>},
 };
 
 }  // namespace qnd_core

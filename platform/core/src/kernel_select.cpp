@@ -34,7 +34,7 @@ const kernel_set& active_kernels() {
         "avx512, avx2 double extremes",
         kernels_avx512.f,
         {kernels_avx512.d.moments, kernels_avx512.d.moments_strided, kernels_avx2.d.extremes,
-         kernels_avx2.d.extremes_strided}};
+         kernels_avx2.d.extremes_strided, kernels_avx512.d.co_moments}};
     const kernel_set* chosen = supported == 2   ? &best_of_both
                                : supported == 1 ? &kernels_avx2
                                                 : &kernels_sse2;

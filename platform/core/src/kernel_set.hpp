@@ -4,6 +4,7 @@
 #include <cstdint>
 
 #include "moment_sums.hpp"
+#include "qnd_core/co_moments.hpp"
 
 namespace qnd_core {
 
@@ -32,6 +33,18 @@ struct typed_kernels {
     bool (*extremes)(const T* x, const T* w, int64_t n, extreme_sums* out);
     bool (*extremes_strided)(
         const T* x, const T* w, int64_t rows, int64_t ld, int64_t count, extreme_sums* out);
+    // Co-moment sums of `count` dimensions over `rows` observations of a block: dimension i of
+    // row r at x[offsets[i] + r * row_step]; offered (null, or NaN for none) are candidate
+    // centres; scratch holds 2 x count x rows doubles and a vector more per dimension.
+    bool (*co_moments)(const T* x,
+                       const T* w,
+                       int64_t rows,
+                       int64_t row_step,
+                       const int64_t* offsets,
+                       int64_t count,
+                       const double* offered,
+                       double* scratch,
+                       co_moment_sums* out);
 };
 
 struct kernel_set {

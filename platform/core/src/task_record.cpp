@@ -1,4 +1,6 @@
 // Creation, edits and deletion of a task record.
+#include <cstddef>
+#include <cstring>
 #include <new>
 
 #include "task_view.hpp"
@@ -19,9 +21,13 @@ int32_t new_task(qnd_ss_task** task,
         return QND_SS_ERROR_TASK;
     }
     qnd_ss_task* t = new (std::nothrow) qnd_ss_task{};
-    if (t == nullptr) {
+    qnd_ss_extension* e = new (std::nothrow) qnd_ss_extension{};
+    if (t == nullptr || e == nullptr) {
+        delete t;
+        delete e;
         return QND_SS_ERROR_MEMORY;
     }
+    t->extension = e;
     t->int_width = int_width != 0 ? 1 : 0;
     t->element_size = element_size;
     t->dims_ptr = n_dims;
@@ -75,6 +81,20 @@ void** output_field(qnd_ss_task* t, int32_t parameter) {
     return nullptr;
 }
 
+// The pointer fields of the extension record, in the order of their parameters 41 to 61; -1
+// for another parameter. They are pointers of several types, set through their bytes.
+std::ptrdiff_t extension_offset(int32_t parameter) {
+    static_assert(offsetof(qnd_ss_extension, stream_sketches) ==
+                      offsetof(qnd_ss_extension, quantile_orders_count) +
+                          8 * (QND_SS_ED_STREAM_SKETCHES - QND_SS_ED_QUANTILE_ORDERS_COUNT),
+                  "one pointer per parameter");
+    if (parameter < QND_SS_ED_QUANTILE_ORDERS_COUNT || parameter > QND_SS_ED_STREAM_SKETCHES) {
+        return -1;
+    }
+    return static_cast<std::ptrdiff_t>(offsetof(qnd_ss_extension, quantile_orders_count)) +
+           8 * (parameter - QND_SS_ED_QUANTILE_ORDERS_COUNT);
+}
+
 int32_t edit_task(qnd_ss_task* t, int32_t parameter, const void* value, uint32_t element_size) {
     if (const int32_t status = check_edit(t, element_size)) {
         return status;
@@ -98,6 +118,14 @@ int32_t edit_task(qnd_ss_task* t, int32_t parameter, const void* value, uint32_t
         case QND_SS_ED_STORAGE:
             t->storage_ptr = value;
             return QND_SS_OK;
+        case QND_SS_ED_QUANTILE_DEFINITION:
+            t->extension->quantile_definition =
+                value == nullptr ? 0 : *static_cast<const int32_t*>(value);
+            return QND_SS_OK;
+        case QND_SS_ED_STREAM_CAPACITY:
+            t->extension->stream_capacity =
+                value == nullptr ? 0 : *static_cast<const int32_t*>(value);
+            return QND_SS_OK;
         case QND_SS_ED_DOUBLE_RESULTS:
             if (value != nullptr && *static_cast<const int32_t*>(value) != 0) {
                 t->flags |= QND_SS_FLAG_DOUBLE_RESULTS;
@@ -107,6 +135,10 @@ int32_t edit_task(qnd_ss_task* t, int32_t parameter, const void* value, uint32_t
             return QND_SS_OK;
         default:
             break;
+    }
+    if (const std::ptrdiff_t offset = extension_offset(parameter); offset >= 0) {
+        std::memcpy(reinterpret_cast<char*>(t->extension) + offset, &value, sizeof value);
+        return QND_SS_OK;
     }
     void** field = output_field(t, parameter);
     if (field == nullptr) {
@@ -252,6 +284,7 @@ int32_t __rtkSSDeleteTask(qnd_ss_task** task) {
         return QND_SS_ERROR_TASK;
     }
     (*task)->magic = 0;
+    delete (*task)->extension;
     delete *task;
     *task = nullptr;
     return QND_SS_OK;

@@ -47,21 +47,51 @@ typedef struct qnd_ss_task {
     const void* weights;      /* word 6: one weight per observation; null for none */
     uint64_t magic;           /* word 7: QND_SS_TASK_MAGIC while the task is alive */
     const void* storage_ptr;  /* word 8: QND_SS_ROW_MAJOR or QND_SS_COL_MAJOR */
-    uint64_t reserved9;       /* word 9 */
-    uint64_t reserved10;      /* word 10 */
-    void* mean;               /* word 11: means; the caller's mean under QND_SS_METHOD_USER_MEAN */
-    void* raw_moment[3];      /* words 12 to 14: raw moments of order 2 to 4 */
-    void* central_moment[3];  /* words 15 to 17: central moments of order 2 to 4 */
-    void* raw_sum[4];         /* words 18 to 21: raw sums of order 1 to 4 */
-    void* central_sum[3];     /* words 22 to 24: central sums of order 2 to 4 */
-    void* kurtosis;           /* word 25 */
-    void* skewness;           /* word 26 */
-    void* variation;          /* word 27 */
-    void* min;                /* word 28 */
-    void* max;                /* word 29 */
+    struct qnd_ss_extension* extension; /* word 9: the fields of the further routines */
+    uint64_t reserved10;                /* word 10 */
+    void* mean;              /* word 11: means; the caller's mean under QND_SS_METHOD_USER_MEAN */
+    void* raw_moment[3];     /* words 12 to 14: raw moments of order 2 to 4 */
+    void* central_moment[3]; /* words 15 to 17: central moments of order 2 to 4 */
+    void* raw_sum[4];        /* words 18 to 21: raw sums of order 1 to 4 */
+    void* central_sum[3];    /* words 22 to 24: central sums of order 2 to 4 */
+    void* kurtosis;          /* word 25 */
+    void* skewness;          /* word 26 */
+    void* variation;         /* word 27 */
+    void* min;               /* word 28 */
+    void* max;               /* word 29 */
 } qnd_ss_task;
 
 #define QND_SS_TASK_MAGIC 0x6b73617473646e71ULL
+
+/* The fields of the routines beyond the moments and extremes, in a record of their own that the
+ * task owns (word 9), so that the task record keeps its thirty words. Results of n_dims x n_dims
+ * are full square matrices (element i * n_dims + j) of which the entries between kept dimensions
+ * are written. Set them with the EditTask entries, parameters 41 to 63. */
+typedef struct qnd_ss_extension {
+    const void* quantile_orders_count; /* number of quantile orders */
+    const double* quantile_orders;     /* the orders, doubles in [0, 1] */
+    void* quantiles;                   /* n_dims x n_orders, element d * n_orders + j */
+    void* median;                      /* n_dims */
+    void* sorted;                      /* the sorted observations, shaped as the observations */
+    void* mad;                         /* median absolute deviation */
+    void* mad_scaled;                  /* 1.4826 x the median absolute deviation */
+    void* covariance;                  /* n_dims x n_dims */
+    void* correlation;                 /* n_dims x n_dims */
+    void* cross_product;               /* n_dims x n_dims centred co-moment sums */
+    const void* groups_count;          /* number of groups of the pooled estimates */
+    const void* group_indices;         /* one integer per observation, its group or -1 */
+    void* pooled_covariance;           /* n_dims x n_dims */
+    void* group_covariance;            /* n_groups x n_dims x n_dims */
+    void* pooled_mean;                 /* n_dims */
+    void* group_mean;                  /* n_groups x n_dims, element g * n_dims + d */
+    const void* partial_controls;      /* one integer per dimension, non-zero controls */
+    void* partial_covariance;          /* n_dims x n_dims */
+    void* partial_correlation;         /* n_dims x n_dims */
+    void* stream_quantiles;            /* n_dims x n_orders, as quantiles */
+    void* stream_sketches;             /* n_dims qnd_core::kll_sketch objects, or null */
+    int32_t quantile_definition;       /* QND_SS_QUANTILE_* */
+    int32_t stream_capacity;           /* the sketches' k, 0 for the default */
+} qnd_ss_extension;
 
 /* Flag of the word 1: results are written as double also for a float task. */
 #define QND_SS_FLAG_DOUBLE_RESULTS 1u
@@ -102,6 +132,67 @@ typedef struct qnd_ss_task {
 #define QND_SS_CENTRAL_SUM_4 0x80000000ULL
 /* Everything the basic routine computes; any other bit that routes to it is refused. */
 #define QND_SS_BASIC_ESTIMATES 0xfe0003ffULL
+/* Matrices of the basic routine (outputs covariance, correlation, cross_product): one pass
+ * over the data, float data accumulated in double. Covariance is C * W / (W^2 - W2), with C
+ * the weighted centred co-moment sums (the cross product); correlation C_ij / sqrt(C_ii C_jj). */
+#define QND_SS_COVARIANCE 0x1000ULL
+#define QND_SS_CORRELATION 0x2000ULL
+#define QND_SS_CROSS_PRODUCT 0x100000000ULL
+/* Pooled covariance routine: the observations fall in groups (group_indices, groups_count);
+ * an index outside [0, groups_count) leaves its observation out. Pooled covariance is
+ * sum_g C_g / sum_g (W_g - W2_g / W_g); group covariances as the covariance of each group;
+ * the pooled mean is the mean of all grouped observations. */
+#define QND_SS_POOLED_COVARIANCE 0x4000ULL
+#define QND_SS_GROUP_COVARIANCE 0x8000ULL
+#define QND_SS_POOLED_MEAN 0x800000000ULL
+#define QND_SS_GROUP_MEAN 0x1000000000ULL
+/* Quantiles routine: exact quantiles at the task's orders, and the median (order 0.5), under
+ * the task's quantile definition. */
+#define QND_SS_QUANTILES 0x10000ULL
+#define QND_SS_MEDIAN 0x20000ULL
+/* Partial covariance routine: of the dimensions with a zero control entry given those with a
+ * non-zero one, S_yy - S_yz S_zz^-1 S_zy, from the covariance of the observations or, for a
+ * task without observations, from the task's covariance array read as an input. */
+#define QND_SS_PARTIAL_COVARIANCE 0x100000ULL
+#define QND_SS_PARTIAL_CORRELATION 0x200000ULL
+/* Streaming quantiles routine: approximate quantiles at the task's orders from mergeable
+ * sketches (qnd_core/kll_sketch.hpp) of bounded size. */
+#define QND_SS_STREAM_QUANTILES 0x1000000ULL
+/* MAD routine: median of |x - median|, and that times 1.4826 (a normal's standard deviation). */
+#define QND_SS_MAD 0x200000000ULL
+#define QND_SS_MAD_SCALED 0x400000000ULL
+/* Sort routine: every observation of each kept dimension, ascending (NaN last). */
+#define QND_SS_SORT 0x8000000000ULL
+
+/* Quantile definitions, for n sorted values v[0..n-1] and an order p; h is the index where
+ * the definition reads and v[h] interpolates linearly between neighbours. The default, linear,
+ * is h = (n - 1) p. lower, higher, nearest (half to even) and midpoint take v[floor h],
+ * v[ceil h], v[round h] and the mean of the first two. The other six are the sample quantiles
+ * of Hyndman and Fan (1996) by type number: h = n p + a + p (1 - a - b) - 1 with (a, b) = (0, 1),
+ * (1/2, 1/2), (0, 0), (1/3, 1/3), (3/8, 3/8) for types 4, 5, 6, 8, 9; type 1 is
+ * v[ceil(n p) - 1], type 2 its mean at the steps, type 3 the nearest of h = n p - 3/2 with ties
+ * to the even index. h is clipped to [0, n - 1].
+ * With weights, observations are ordered by value and ties by weight; each takes the interval
+ * of its weight on [0, W] and sits at its interval's midpoint c_k = S_(k-1) + w_k / 2. The
+ * midpoints of the first and last are mapped to orders 0 and 1: h is where
+ * c = w_1 / 2 + p (W - w_1 / 2 - w_n / 2) falls between consecutive midpoints, and linear,
+ * lower, higher, nearest and midpoint read there as above; with equal weights this is the
+ * unweighted h. Type 1 weighted is the first value whose cumulative weight reaches p W. The
+ * other types have no weighted form (QND_SS_ERROR_DEFINITION). */
+#define QND_SS_QUANTILE_LINEAR 0
+#define QND_SS_QUANTILE_LOWER 10
+#define QND_SS_QUANTILE_HIGHER 11
+#define QND_SS_QUANTILE_NEAREST 12
+#define QND_SS_QUANTILE_MIDPOINT 13
+#define QND_SS_QUANTILE_TYPE_1 1 /* inverted cdf */
+#define QND_SS_QUANTILE_TYPE_2 2 /* averaged inverted cdf */
+#define QND_SS_QUANTILE_TYPE_3 3 /* closest observation */
+#define QND_SS_QUANTILE_TYPE_4 4 /* interpolated inverted cdf */
+#define QND_SS_QUANTILE_TYPE_5 5 /* hazen */
+#define QND_SS_QUANTILE_TYPE_6 6 /* weibull */
+#define QND_SS_QUANTILE_TYPE_7 7 /* the same as linear */
+#define QND_SS_QUANTILE_TYPE_8 8 /* median unbiased */
+#define QND_SS_QUANTILE_TYPE_9 9 /* normal unbiased */
 
 /* Edit parameters of the EditTask entries: the value is the pointer stored in the field. */
 #define QND_SS_ED_DIMENSIONS 1         /* dims_ptr */
@@ -123,6 +214,34 @@ typedef struct qnd_ss_task {
 /* The value points to a 32-bit integer: non-zero asks for double results of a float task
  * (every output array then holds doubles). */
 #define QND_SS_ED_DOUBLE_RESULTS 40
+/* The pointer fields of the extension record, in its order. 41 and 51 point to an integer of
+ * the task's width, 52 and 57 to integer arrays of that width, 42 to doubles whatever the
+ * element type. */
+#define QND_SS_ED_QUANTILE_ORDERS_COUNT 41
+#define QND_SS_ED_QUANTILE_ORDERS 42
+#define QND_SS_ED_QUANTILES 43
+#define QND_SS_ED_MEDIAN 44
+#define QND_SS_ED_SORTED 45
+#define QND_SS_ED_MAD 46
+#define QND_SS_ED_MAD_SCALED 47
+#define QND_SS_ED_COVARIANCE 48
+#define QND_SS_ED_CORRELATION 49
+#define QND_SS_ED_CROSS_PRODUCT 50
+#define QND_SS_ED_GROUPS_COUNT 51
+#define QND_SS_ED_GROUP_INDICES 52
+#define QND_SS_ED_POOLED_COVARIANCE 53
+#define QND_SS_ED_GROUP_COVARIANCE 54
+#define QND_SS_ED_POOLED_MEAN 55
+#define QND_SS_ED_GROUP_MEAN 56
+#define QND_SS_ED_PARTIAL_CONTROLS 57
+#define QND_SS_ED_PARTIAL_COVARIANCE 58
+#define QND_SS_ED_PARTIAL_CORRELATION 59
+#define QND_SS_ED_STREAM_QUANTILES 60
+#define QND_SS_ED_STREAM_SKETCHES 61
+/* The value points to a 32-bit integer: the quantile definition (QND_SS_QUANTILE_*) and the
+ * sketches' k (0: the default, else at least 8). */
+#define QND_SS_ED_QUANTILE_DEFINITION 62
+#define QND_SS_ED_STREAM_CAPACITY 63
 
 /* Statuses. 0 is success; every refusal is negative and happens before any output is
  * written by the routine that refuses. */
@@ -140,6 +259,13 @@ typedef struct qnd_ss_task {
 #define QND_SS_ERROR_MEMORY (-4091)             /* out of memory */
 #define QND_SS_ERROR_PARAMETER (-4092)          /* unknown edit parameter */
 #define QND_SS_ERROR_ELEMENT_TYPE (-4093)       /* a float routine on a double task or back */
+#define QND_SS_ERROR_ORDERS (-4094)             /* quantile orders missing, or one outside [0, 1] */
+#define QND_SS_ERROR_DEFINITION (-4095) /* unknown quantile definition, or none with weights */
+#define QND_SS_ERROR_GROUPS (-4096)     /* groups count below 1, or group indices missing */
+#define QND_SS_ERROR_CONTROLS                                                            \
+    (-4097)                         /* controls missing, none or all dimensions control, \
+                                       or the controls' covariance is singular */
+#define QND_SS_ERROR_SKETCH (-4098) /* nothing to sketch or report, or a k below 8 */
 
 /* ------------------------------------------------------------------------------------------
  * Threader table: six rows of the five entries of a threading layer, all rows the same, as
@@ -255,11 +381,15 @@ QND_CORE_API int32_t __rtkSSDeleteTask(qnd_ss_task** task);
  * -4002, -4032, -4044, -4003, -4093, -4029), then its own inputs, and writes nothing when it
  * refuses. A requested estimate whose output array is null is skipped.
  *   Basic: mean, raw and central moments, raw and central sums, kurtosis, skewness,
- *     variation (bits 0x1 to 0x200 and 0x2000000 to 0x80000000); the other bits that route
- *     to it (0x1000, 0x2000, 0x100000000) are refused with QND_SS_ERROR_NOT_SUPPORTED.
+ *     variation (bits 0x1 to 0x200 and 0x2000000 to 0x80000000), and the covariance,
+ *     correlation and cross-product matrices (0x1000, 0x2000, 0x100000000).
  *   Minmax: bits 0x400 and 0x800, the true extremes of the observations of positive weight.
- *   The ten others are not computed by this component: they return
- *     QND_SS_ERROR_NOT_SUPPORTED without touching anything.
+ *   Quantiles, StreamQuantiles, MAD, Sort, PooledCovariance, PartialCovariance: the bits and
+ *     fields of the extension record above. StreamQuantiles without observations (only dims_ptr
+ *     is then checked) reports from the caller's sketches; PartialCovariance without
+ *     observations reads the task's covariance array.
+ *   MissingValues, OutliersDetection, RobustCovariance, CorParametrization are not computed by
+ *     this component: they return QND_SS_ERROR_NOT_SUPPORTED without touching anything.
  * Definitions, with W the sum of weights and W2 the sum of their squares: central moment 2 is
  * C2 * W / (W^2 - W2), orders 3 and 4 are C3 / W and C4 / W; skewness M3 / M2^1.5; kurtosis is
  * the excess M4 / M2^2 - 3; variation sqrt(M2) / mean. Observations of weight 0 are dropped;
