@@ -16,6 +16,16 @@ tool_options parse(std::vector<const char*> args) {
     return parse_options(static_cast<int>(args.size()), args.data());
 }
 
+// What parse() refuses `args` with, or "(no error)".
+std::string refusal_of(const std::vector<const char*>& args) {
+    try {
+        parse(args);
+    } catch (const usage_error& e) {
+        return e.what();
+    }
+    return "(no error)";
+}
+
 struct accepted_case {
     std::vector<const char*> args;
     std::function<bool(const tool_options&)> check;
@@ -61,6 +71,7 @@ TEST(qnd_stats_options, accepted_command_lines_set_their_fields) {
 }
 
 TEST(qnd_stats_options, refused_command_lines_say_why) {
+    // clang-format off
     const std::vector<std::pair<std::vector<const char*>, std::string>> cases = {
         {{}, "no data file given (see --help)"},
         {{"a.csv", "b.csv"}, "more than one data file given: 'a.csv' and 'b.csv'"},
@@ -73,37 +84,24 @@ TEST(qnd_stats_options, refused_command_lines_say_why) {
         {{"-o", "xml", "a.csv"}, "--output: 'xml' is not one of table, csv, json"},
         {{"-f", "xls", "a.csv"}, "--format: 'xls' is not one of auto, text, csv, npy, raw"},
         {{"--help=yes"}, "option --help takes no value"},
-        {{"-e", "mean,median", "a.csv"},
-         "--estimates: 'median' is not an estimate (see --help for the list)"},
+        {{"-e", "mean,median", "a.csv"}, "--estimates: 'median' is not an estimate (see --help for the list)"},
         {{"-e", "mean,", "a.csv"}, "--estimates: '' is not an estimate (see --help for the list)"},
         {{"--format", "raw", "a"}, "raw input needs --dims"},
         {{"--format", "raw", "--dims", "0", "a"}, "--dims: '0' is not a positive whole number"},
         {{"--format", "raw", "--dims", "2x", "a"}, "--dims: '2x' is not a positive whole number"},
-        {{"--format", "csv", "--dims", "2", "a"},
-         "--raw-type, --dims, --observations and --layout apply to raw input only"},
-        {{"--format", "raw", "--dims", "2", "--layout", "rows", "a"},
-         "--layout: 'rows' is not one of row_major, col_major"},
-        {{"--format", "npy", "--header", "a"},
-         "--header, --no-header and --delimiter apply to text and csv only"},
-        {{"--delimiter", ".", "a.csv"},
-         "--delimiter: '.' is not a single character that can separate numbers"},
-        {{"--delimiter", ";;", "a.csv"},
-         "--delimiter: ';;' is not a single character that can separate numbers"},
-        {{"-w", "w.txt", "--weight-column", "3", "a.csv"},
-         "--weights and --weight-column cannot be used together"},
+        {{"--format", "csv", "--dims", "2", "a"}, "--raw-type, --dims, --observations and --layout apply to raw input only"},
+        {{"--format", "raw", "--dims", "2", "--layout", "rows", "a"}, "--layout: 'rows' is not one of row_major, col_major"},
+        {{"--format", "npy", "--header", "a"}, "--header, --no-header and --delimiter apply to text and csv only"},
+        {{"--delimiter", ".", "a.csv"}, "--delimiter: '.' is not a single character that can separate numbers"},
+        {{"--delimiter", ";;", "a.csv"}, "--delimiter: ';;' is not a single character that can separate numbers"},
+        {{"-w", "w.txt", "--weight-column", "3", "a.csv"}, "--weights and --weight-column cannot be used together"},
         {{"--mean", "1", "--method", "alternate", "a.csv"}, "--mean works with --method fast only"},
         {{"--mask=", "a.csv"}, "--mask: the list of dimensions is empty"},
         {{"--mean", "", "a.csv"}, "--mean: the list of means is empty"},
     };
-    for (const auto& c : cases) {
-        std::string text = "(no error)";
-        try {
-            parse(c.first);
-        } catch (const usage_error& e) {
-            text = e.what();
-        }
-        EXPECT_EQ(text, c.second);
-    }
+    // clang-format on
+    for (const auto& c : cases)
+        EXPECT_EQ(refusal_of(c.first), c.second);
 }
 
 TEST(qnd_stats_options, help_names_every_option_the_parser_takes) {
@@ -115,12 +113,7 @@ TEST(qnd_stats_options, help_names_every_option_the_parser_takes) {
           "--estimates", "--output",       "--help",          "--version",   "--chunk-rows"}) {
         EXPECT_NE(help.find(name), std::string::npos) << name;
         // And the parser knows each one it documents.
-        std::vector<const char*> args = {name};
-        try {
-            parse(args);
-        } catch (const usage_error& e) {
-            EXPECT_EQ(std::string(e.what()).find("unknown option"), std::string::npos) << name;
-        }
+        EXPECT_EQ(refusal_of({name}).find("unknown option"), std::string::npos) << name;
     }
 }
 
