@@ -1,10 +1,6 @@
 // The qnd-stats program as a person runs it: exit statuses, one-line errors with nothing on
 // standard output, pipes, and output formats that read back to the numbers computed.
-#include <sys/wait.h>
-
 #include <cmath>
-#include <cstdio>
-#include <fstream>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -36,14 +32,14 @@ TEST(qnd_stats_cli, bad_input_gives_one_line_and_a_status) {
     const std::string w4 = write_file("w4.txt", "1\n2\n3\n4\n");
     // A header that claims more data than the file holds: refused before reading any.
     const std::string big = write_file(
-        "big.npy", std::string("\x93NUMPY\x01\x00\x76\x00", 10) +
-                       "{'descr': '<f8', 'fortran_order': False, 'shape': (1000000000, 1000), }" +
-                       std::string(46, ' ') + "\n" + std::string(16, '\0'));
+        "big.npy", npy("{'descr': '<f8', 'fortran_order': False, 'shape': (1000000000, 1000), }",
+                       std::string(16, '\0')));
     struct cli_case {
         std::string args;
         int status;
         std::string err;
     };
+    // clang-format off
     const std::vector<cli_case> cases = {
         {"", 2, "no data file given (see --help)"},
         {"--frobnicate x", 2, "unknown option '--frobnicate' (see --help)"},
@@ -52,70 +48,47 @@ TEST(qnd_stats_cli, bad_input_gives_one_line_and_a_status) {
         {"-d gpu --method alternate x", 2, "--method alternate works with --device cpu only"},
         {"/nonexistent/d.csv", 1, "/nonexistent/d.csv: cannot open: No such file or directory"},
         {ragged, 1, ragged + ", line 4: 1 field, expected 2 as on line 1"},
-        {"--dims 3 " + raw, 1,
-         raw + ": 20 bytes are not a whole number of observations of 3 float64 values (24 bytes "
-               "each)"},
+        {"--dims 3 " + raw, 1, raw + ": 20 bytes are not a whole number of observations of 3 float64 values (24 bytes each)"},
         {raw, 2, raw + " is read as raw binary, which needs --dims (or give --format)"},
         {"-m 9 " + weather, 1, "--mask: column 9 is not in 1 to 6"},
-        {"--weight-column 2 " + data, 1,
-         data + ", column 2, observation 2: the weight -1 is negative (weights are finite, 0 or "
-                "more)"},
-        {"--weight-column 2 " + zeros, 1,
-         zeros + ", column 2: every weight is 0, so no observation counts"},
+        {"--weight-column 2 " + data, 1, data + ", column 2, observation 2: the weight -1 is negative (weights are finite, 0 or more)"},
+        {"--weight-column 2 " + zeros, 1, zeros + ", column 2: every weight is 0, so no observation counts"},
         {"--chunk-rows 2 -w " + w2 + " " + data, 1, w2 + ": 2 weights for 3 observations"},
         {"--chunk-rows 1 -w " + w4 + " " + data, 1, w4 + ": 4 weights for 3 observations"},
-        {big, 1,
-         big + ": shape (1000000000, 1000) of float64 needs 8000000000000 bytes of data, the file "
-               "holds 16"},
+        {big, 1, big + ": shape (1000000000, 1000) of float64 needs 8000000000000 bytes of data, the file holds 16"},
     };
-    for (const cli_case& c : cases) {
-        SCOPED_TRACE(c.args);
-        const run_result r = run("QND " + c.args);
-        EXPECT_EQ(r.status, c.status);
-        EXPECT_EQ(r.err, "qnd-stats: " + c.err + "\n");
-        EXPECT_EQ(r.out, "") << "nothing is printed when the run fails";
-    }
+    // clang-format on
+    for (const cli_case& c : cases)  // nothing is printed when the run fails
+        EXPECT_EQ(run("QND " + c.args), (run_result{c.status, "", "qnd-stats: " + c.err + "\n"}))
+            << c.args;
 }
 
 TEST(qnd_stats_cli, pipes_are_read_a_chunk_at_a_time) {
     const std::string text = write_file("in.txt", "1 10\n2 20\n3 60\n");
-    const std::string want = "dimension,mean,min,max\nx1,2,1,3\nx2,30,10,60\n";
-    const run_result r = run("cat '" + text + "' | QND -e mean,min_max -o csv --chunk-rows 2 -");
-    ASSERT_EQ(r.status, 0) << r.err;
-    EXPECT_EQ(r.out, want);
+    const run_result want{0, "dimension,mean,min,max\nx1,2,1,3\nx2,30,10,60\n", ""};
+    EXPECT_EQ(run("cat '" + text + "' | QND -e mean,min_max -o csv --chunk-rows 2 -"), want);
     // Binary data of unknown length, and Fortran order, whose columns lie far apart.
-    const double values[] = {1, 10, 2, 20, 3, 60};
-    const std::string raw =
-        write_file("in.bin", std::string(reinterpret_cast<const char*>(values), sizeof values));
-    const run_result b =
-        run("cat '" + raw + "' | QND -f raw --dims 2 -e mean,min_max -o csv --chunk-rows 2 -");
-    EXPECT_EQ(b.out, want) << b.err;
-    const run_result f =
-        run("cat '" + raw + "' | QND -f raw --dims 2 --layout row_major -e mean -o csv -");
-    EXPECT_EQ(f.out, "dimension,mean\nx1,4.333333333333333\nx2,27.666666666666668\n") << f.err;
+    const std::string values = bytes_of(std::vector<double>{1, 10, 2, 20, 3, 60});
+    const std::string raw = write_file("in.bin", values);
+    EXPECT_EQ(
+        run("cat '" + raw + "' | QND -f raw --dims 2 -e mean,min_max -o csv --chunk-rows 2 -"),
+        want);
+    EXPECT_EQ(run("cat '" + raw + "' | QND -f raw --dims 2 --layout row_major -e mean -o csv -"),
+              (run_result{0, "dimension,mean\nx1,4.333333333333333\nx2,27.666666666666668\n", ""}));
     // A .npy file of known length from a pipe: all of it, then nothing more; or a byte too many.
-    std::string npy = "{'descr': '<f8', 'fortran_order': False, 'shape': (3, 2), }";
-    npy.resize(117, ' ');
-    npy = std::string("\x93NUMPY\x01\x00\x76\x00", 10) + npy + "\n" +
-          std::string(reinterpret_cast<const char*>(values), sizeof values);
-    const std::string npy_file = write_file("in.npy", npy);
-    const run_result n = run("cat '" + npy_file + "' | QND -f npy -e mean,min_max -o csv -");
-    EXPECT_EQ(n.out, want) << n.err;
+    const std::string npy_file = write_file(
+        "in.npy", npy("{'descr': '<f8', 'fortran_order': False, 'shape': (3, 2), }", values));
+    EXPECT_EQ(run("cat '" + npy_file + "' | QND -f npy -e mean,min_max -o csv -"), want);
     const run_result longer = run("(cat '" + npy_file + "'; echo) | QND -f npy -");
     EXPECT_EQ(longer.err,
               "qnd-stats: -: shape (3, 2) of float64 needs 48 bytes of data, the file holds 49\n");
-    const run_result bad = run("cat '" + write_file("bad.txt", "1 2\n3\n") + "' | QND -");
-    EXPECT_EQ(bad.status, 1);
-    EXPECT_EQ(bad.err, "qnd-stats: -, line 2: 1 field, expected 2 as on line 1\n");
+    EXPECT_EQ(run("cat '" + write_file("bad.txt", "1 2\n3\n") + "' | QND -"),
+              (run_result{1, "", "qnd-stats: -, line 2: 1 field, expected 2 as on line 1\n"}));
 }
 
 TEST(qnd_stats_cli, help_and_version) {
-    const run_result help = run("QND --help");
-    EXPECT_EQ(help.status, 0);
-    EXPECT_EQ(help.out, help_text());
-    const run_result version = run("QND -V");
-    EXPECT_EQ(version.status, 0);
-    EXPECT_EQ(version.out, std::string("qnd-stats ") + QND_VERSION + "\n");
+    EXPECT_EQ(run("QND --help"), (run_result{0, help_text(), ""}));
+    EXPECT_EQ(run("QND -V"), (run_result{0, std::string("qnd-stats ") + QND_VERSION + "\n", ""}));
 }
 
 // What compute() gives for the weather data, by quantity and then dimension name.
@@ -144,11 +117,9 @@ TEST(qnd_stats_cli, json_and_csv_read_back_to_the_computed_numbers) {
         o.mask = "2,4-6";
         const auto want = computed(o);
         const nlohmann::json doc = nlohmann::json::parse(r.out);
-        EXPECT_EQ(doc["file"], weather);
-        EXPECT_EQ(doc["device"], "hostsycl CPU");
-        EXPECT_EQ(doc["type"], type);
-        EXPECT_EQ(doc["observations"], 180);
-        EXPECT_EQ(doc["weighted"], true);
+        EXPECT_EQ(std::make_tuple(doc["file"], doc["device"], doc["type"], doc["observations"],
+                                  doc["weighted"]),
+                  std::make_tuple(weather, "hostsycl CPU", type, 180, true));
         std::vector<std::string> names;
         for (const auto& dim : doc["dimensions"]) {
             names.push_back(dim["name"]);
@@ -174,21 +145,12 @@ TEST(qnd_stats_cli, json_and_csv_read_back_to_the_computed_numbers) {
     o.estimates = {"mean", "kurtosis", "min_max"};
     o.user_mean = "10";
     const auto want = computed(o);
-    std::istringstream csv(c.out);
-    std::string row;
-    std::getline(csv, row);
-    EXPECT_EQ(row, "dimension,mean,kurtosis,min,max");
-    int rows = 0;
-    for (; std::getline(csv, row); ++rows) {
-        std::istringstream fs(row);
-        std::string name, field;
-        std::getline(fs, name, ',');
-        for (const char* q : {"mean", "kurtosis", "min", "max"}) {
-            std::getline(fs, field, ',');
-            EXPECT_EQ(std::strtod(field.c_str(), nullptr), want.at(q).at(name)) << name << " " << q;
-        }
-    }
-    EXPECT_EQ(rows, 6);
+    EXPECT_EQ(c.out.substr(0, c.out.find('\n')), "dimension,mean,kurtosis,min,max");
+    const named_values got = values_of(c.out);
+    EXPECT_EQ(got.size(), 6u * 4);  // six rows of four
+    for (const auto& [quantity, by_dim] : want)
+        for (const auto& [name, v] : by_dim)
+            EXPECT_EQ(got.at(name + " " + quantity), v) << name << " " << quantity;
 }
 
 TEST(qnd_stats_cli, the_table_names_the_device_and_is_aligned) {

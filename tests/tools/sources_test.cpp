@@ -4,7 +4,6 @@
 #include <unistd.h>
 
 #include <cstdint>
-#include <cstring>
 #include <functional>
 #include <string>
 #include <vector>
@@ -32,11 +31,7 @@ table read_all(data_source& s, std::int64_t rows = 2, bool in_float = false) {
     const auto n = static_cast<std::size_t>(s.n_dims);
     std::vector<double> f64(static_cast<std::size_t>(rows) * n);
     std::vector<float> f32(f64.size());
-    chunk_array to;
-    if (in_float)
-        to.f32 = f32.data();
-    else
-        to.f64 = f64.data();
+    const chunk_array to = in_float ? chunk_array{nullptr, f32.data()} : chunk_array{f64.data()};
     while (const std::int64_t r = s.read(to, rows)) {
         const auto ru = static_cast<std::size_t>(r);
         for (std::size_t i = 0; i < ru; ++i)
@@ -88,10 +83,8 @@ TEST(qnd_stats_text_source, reads_rows_as_observations) {
         SCOPED_TRACE(c.what);
         const auto s = open_text(write_file("t.txt", c.contents), c.delimiter, c.header);
         const table t = read_all(*s);
-        EXPECT_EQ(t.names, c.names);
-        EXPECT_EQ(t.n_dims, c.dims);
-        EXPECT_FALSE(t.row_major);
-        EXPECT_EQ(t.values, c.values);
+        EXPECT_EQ(std::tie(t.names, t.n_dims, t.row_major, t.values),
+                  std::make_tuple(c.names, c.dims, false, c.values));
     }
 }
 
@@ -112,10 +105,7 @@ TEST(qnd_stats_text_source, refusals_name_file_line_and_field) {
     };
     for (const auto& c : cases) {
         const std::string path = write_file("bad.csv", c.first);
-        EXPECT_EQ(error_of([&] {
-                      const auto s = open_text(path, ',', header_choice::automatic);
-                      read_all(*s);
-                  }),
+        EXPECT_EQ(error_of([&] { read_all(*open_text(path, ',', header_choice::automatic)); }),
                   path + c.second);
     }
 }
@@ -142,37 +132,8 @@ TEST(qnd_stats_text_source, blocks_of_many_lines_keep_order_and_line_numbers) {
     // Line 1 is the header; observation i is on line 2 + i + i / 1000.
     const std::string path = write_file("late.csv", text + "1,2,oops\n");
     EXPECT_EQ(
-        error_of([&] {
-            const auto late = open_text(path, ',', header_choice::automatic);
-            read_all(*late, 1 << 20);
-        }),
+        error_of([&] { read_all(*open_text(path, ',', header_choice::automatic), 1 << 20); }),
         path + ", line " + std::to_string(2 + n + n / 1000) + ", field 3: 'oops' is not a number");
-}
-
-// A .npy file as NumPy writes it: magic, version, little-endian header length, a dict padded
-// with blanks to a multiple of 64 bytes and ended by a newline, then the data.
-std::string npy(const std::string& dict, const std::string& data, int version = 1) {
-    const std::size_t len_bytes = version == 1 ? 2 : 4;
-    std::string header = dict;
-    while ((8 + len_bytes + header.size() + 1) % 64 != 0)
-        header += ' ';
-    header += '\n';
-    std::string s = "\x93NUMPY";
-    s += static_cast<char>(version);
-    s += '\0';
-    for (std::size_t k = 0; k < len_bytes; ++k)
-        s += static_cast<char>((header.size() >> (8 * k)) & 0xff);
-    return s + header + data;
-}
-
-template <typename T>
-std::string bytes_of(const std::vector<T>& v, bool swap = false) {
-    std::string s(v.size() * sizeof(T), '\0');
-    std::memcpy(&s[0], v.data(), s.size());
-    if (swap)
-        for (std::size_t i = 0; i < v.size(); ++i)
-            std::reverse(s.begin() + i * sizeof(T), s.begin() + (i + 1) * sizeof(T));
-    return s;
 }
 
 TEST(qnd_stats_npy_source, reads_both_types_orders_and_versions) {
@@ -201,35 +162,29 @@ TEST(qnd_stats_npy_source, reads_both_types_orders_and_versions) {
             const auto s = open_npy(write_file("f.npy", c.file));
             EXPECT_EQ(s->total * s->n_dims, 6);
             const table t = read_all(*s, 2, in_float);
-            EXPECT_EQ(t.n_dims, c.dims);
-            EXPECT_EQ(t.row_major, c.row_major);
-            EXPECT_EQ(t.values, c.values);
+            EXPECT_EQ(std::tie(t.n_dims, t.row_major, t.values),
+                      std::tie(c.dims, c.row_major, c.values));
         }
 }
 
 TEST(qnd_stats_npy_source, refusals_say_what_is_wrong) {
     const std::string d6 = bytes_of(std::vector<double>{1, 2, 3, 4, 5, 6});
     const std::string f8 = "{'descr': '<f8', 'fortran_order': False, 'shape': ";
+    // clang-format off
     const std::vector<std::pair<std::string, std::string>> cases = {
         {"1,2,3\n", ": not a NumPy .npy file (no \\x93NUMPY at its start)"},
-        {npy("{'descr': '<i4', 'fortran_order': False, 'shape': (6,), }", d6),
-         ": element type '<i4' is not supported (float32 or float64 only)"},
-        {npy(f8 + "(1, 2, 3), }", d6),
-         ": shape (1, 2, 3) has 3 axes; one (observations) or two (observations, dimensions) are "
-         "supported"},
-        {npy(f8 + "(4, 2), }", d6),
-         ": shape (4, 2) of float64 needs 64 bytes of data, the file holds 48"},
-        {npy(f8 + "(1000000000000000, 1000000), }", d6),
-         ": shape (1000000000000000, 1000000) is too large (more than 9223372036854775807 bytes)"},
-        {npy(f8 + "(12345678901234567890,), }", d6),
-         ": shape (12345678901234567890,) is too large (an axis of 12345678901234567890)"},
+        {npy("{'descr': '<i4', 'fortran_order': False, 'shape': (6,), }", d6), ": element type '<i4' is not supported (float32 or float64 only)"},
+        {npy(f8 + "(1, 2, 3), }", d6), ": shape (1, 2, 3) has 3 axes; one (observations) or two (observations, dimensions) are supported"},
+        {npy(f8 + "(4, 2), }", d6), ": shape (4, 2) of float64 needs 64 bytes of data, the file holds 48"},
+        {npy(f8 + "(1000000000000000, 1000000), }", d6), ": shape (1000000000000000, 1000000) is too large (more than 9223372036854775807 bytes)"},
+        {npy(f8 + "(12345678901234567890,), }", d6), ": shape (12345678901234567890,) is too large (an axis of 12345678901234567890)"},
         {npy(f8 + "(0, 2), }", ""), ": no observations (shape (0, 2))"},
         {npy("{'descr': '<f8', 'shape': (6,), }", d6), ": the .npy header has no 'fortran_order'"},
         {npy(f8 + "(6,), }", d6, 7), ": .npy format version 7 is not supported (1, 2 or 3 only)"},
         {npy(f8 + "(6,), }", d6).substr(0, 40), ": the .npy header is cut short"},
-        {npy(f8 + "(6,), }", d6).substr(0, 11) + "\xff\xff\xff\x7f",
-         ": the .npy header is cut short"},
+        {npy(f8 + "(6,), }", d6).substr(0, 11) + "\xff\xff\xff\x7f", ": the .npy header is cut short"},
     };
+    // clang-format on
     for (const auto& c : cases) {
         const std::string path = write_file("f.npy", c.first);
         EXPECT_EQ(error_of([&] { read_all(*open_npy(path)); }), path + c.second);
@@ -245,15 +200,13 @@ TEST(qnd_stats_raw_source, shapes_and_refusals) {
     const std::string f = write_file("f.raw", bytes_of(std::vector<float>{0.5f, 8}));
     EXPECT_EQ(read_all(*open_raw(f, true, 1, 0, false)).values, (std::vector<double>{0.5, 8}));
 
+    // clang-format off
     const std::vector<std::pair<std::function<void()>, std::string>> refusals = {
-        {[&] { open_raw(path, false, 4, 0, false); },
-         ": 48 bytes are not a whole number of observations of 4 float64 values (32 bytes each)"},
-        {[&] { open_raw(path, false, 2, 4, false); },
-         ": 4 observations of 2 float64 values need 64 bytes, the file holds 48"},
-        {[&] { open_raw(path, false, 7, 7905747460161236407, false); },
-         ": --dims 7 x --observations 7905747460161236407 is too large (more than "
-         "9223372036854775807 bytes)"},
+        {[&] { open_raw(path, false, 4, 0, false); }, ": 48 bytes are not a whole number of observations of 4 float64 values (32 bytes each)"},
+        {[&] { open_raw(path, false, 2, 4, false); }, ": 4 observations of 2 float64 values need 64 bytes, the file holds 48"},
+        {[&] { open_raw(path, false, 7, 7905747460161236407, false); }, ": --dims 7 x --observations 7905747460161236407 is too large (more than 9223372036854775807 bytes)"},
     };
+    // clang-format on
     for (const auto& c : refusals)
         EXPECT_EQ(error_of(c.first), path + c.second);
     const std::string empty = write_file("e.raw", "");
@@ -315,29 +268,22 @@ TEST(qnd_stats_job, weights_mask_and_mean_resolve_against_the_columns) {
     o.weight_column = "1";
     EXPECT_EQ(prepare_job(*plain, o).names, (std::vector<std::string>{"x2", "x3"}));
 
+    // clang-format off
     const std::vector<std::pair<std::function<void()>, std::string>> refusals = {
         {[&] { job("w", "2"); }, "--mask: column 2 holds the weights and is not a dimension"},
         {[&] { job("", "9"); }, "--mask: column 9 is not in 1 to 4"},
-        {[&] { job("", "x"); },
-         "--mask: 'x' is neither a column number (1 to 4) nor a name of the header"},
+        {[&] { job("", "x"); }, "--mask: 'x' is neither a column number (1 to 4) nor a name of the header"},
         {[&] { job("", "4-2"); }, "--mask: the range '4-2' runs backwards"},
         {[&] { job("", "1,,2"); }, "--mask: empty item in '1,,2'"},
-        {[&] { job("", "", "1,2"); },
-         "--mean: 2 values for 4 dimensions (give one, or one per dimension)"},
+        {[&] { job("", "", "1,2"); }, "--mean: 2 values for 4 dimensions (give one, or one per dimension)"},
         {[&] { job("", "", "1,x,3,4"); }, "--mean: 'x' is not a number"},
         {[&] { job("0", ""); }, "--weight-column: column 0 is not in 1 to 4"},
-        {[&] { job("q", ""); },
-         "--weight-column: 'q' is neither a column number (1 to 4) nor a name of the header"},
-        {[&] { job("w", "", "1,2,3,4"); },
-         "--mean: 4 values for 3 dimensions (give one, or one per dimension)"},
-        {[&] {
-             tool_options one;
-             one.weight_column = "1";
-             prepare_job(*open_text(write_file("one.txt", "1\n"), 0, header_choice::automatic),
-                         one);
-         },
+        {[&] { job("q", ""); }, "--weight-column: 'q' is neither a column number (1 to 4) nor a name of the header"},
+        {[&] { job("w", "", "1,2,3,4"); }, "--mean: 4 values for 3 dimensions (give one, or one per dimension)"},
+        {[&] { prepare_job(*open_text(write_file("one.txt", "1\n"), 0, header_choice::automatic), o); },
          "--weight-column: the data's only column cannot be the weights"},
     };
+    // clang-format on
     for (const auto& c : refusals)
         EXPECT_EQ(error_of(c.first), c.second);
 }
