@@ -4,6 +4,7 @@
 #include <pty.h>
 #include <unistd.h>
 
+#include <cstdint>
 #include <cstdio>
 #include <string>
 
@@ -33,10 +34,8 @@ TEST(qnd_stats_progress, terminal_sees_each_percentage_once_then_a_cleared_line)
     {
         progress_meter meter("reading d.csv", 200, tty, 100);
         EXPECT_TRUE(meter.active);
-        meter.update(0);
-        meter.update(1);  // still 0%: not shown again
-        meter.update(100);
-        meter.update(200);
+        for (std::uint64_t done : {0, 1, 100, 200})  // 1 is still 0%: not shown again
+            meter.update(done);
     }  // the destructor erases the line
     std::fclose(tty);
     // The terminal turns "\n" into "\r\n"; none is written here, so the bytes arrive as sent.
