@@ -1,10 +1,8 @@
-// The core library's task entries, dispatcher and routines on tasks built from arbitrary bytes,
-// within the contract: every array the task names is as long as its counts say. The masks,
-// methods, storage values, integer widths, weights, dimension masks, present outputs and data
-// are the fuzzer's. Any status is an answer; a sanitizer report or a crash is a finding.
+// The core library's task entries, dispatcher and routines on tasks built from arbitrary bytes
+// within the contract (every array as long as its counts say): any status is an answer, a
+// sanitizer report or a crash a finding.
 #include <cstddef>
 #include <cstdint>
-#include <cstring>
 #include <vector>
 
 #include "fuzz_input.hpp"
@@ -12,15 +10,13 @@
 
 namespace {
 
-using input = fuzz_input;
-
 using routine = std::int32_t (*)(qnd_ss_task*,
                                  std::uint64_t,
                                  std::int64_t,
                                  const qnd_ss_threader_row*);
 
 template <typename T>
-void run(input& in, std::uint8_t shape) {
+void run(fuzz_input& in, std::uint8_t shape) {
     const bool wide = shape & 2, weighted = shape & 4, masked = shape & 8;
     const std::int64_t n_dims = 1 + in.take<std::uint8_t>() % 6;
     const std::int64_t n_obs = 1 + in.take<std::uint8_t>() % 70;
@@ -92,7 +88,7 @@ void run(input& in, std::uint8_t shape) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t size) {
-    input in{bytes, size};
+    fuzz_input in{bytes, size};
     const std::uint8_t shape = in.take<std::uint8_t>();
     if (shape & 1)
         run<float>(in, shape);

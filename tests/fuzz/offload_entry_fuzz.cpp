@@ -1,9 +1,6 @@
-// The eight offload entry points on statistics tasks built from arbitrary bytes, within the
-// contract: every array the task names is device-accessible and as long as its counts say, and
-// a 32-bit dimension mask is padded to whole 64-bit words. The element type, the integer width,
-// the entry form, counts (zero and negative ones too), storage value, mask of estimates, method,
-// weights, dimension mask, null result fields and data are the fuzzer's. Runs on emulated GPUs
-// of the default work-group size and of 4, through the offload runtime's double.
+// The eight offload entry points, through the offload runtime's double, on statistics tasks built
+// from arbitrary bytes within the contract (arrays device-accessible and as long as their counts
+// say, a 32-bit dimension mask padded to whole 64-bit words), on emulated GPUs of two group sizes.
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
@@ -15,26 +12,16 @@
 #include "cpu/ss_task.hpp"
 #include "fuzz_input.hpp"
 #include "omptarget_double_sycl.hpp"
+#include "support/usm_array.hpp"
 #include "tavrel/qnd/offload.h"
 
 namespace {
 
+using qnd_test::usm_array;
 using tavrel::qnd::stats::detail::cpu::ss_task;
 
-using input = fuzz_input;
-
-// Shared memory of the queue's device, released with the call.
 template <typename T>
-struct shared_array {
-    sycl::queue& q;
-    T* data;
-    shared_array(sycl::queue& queue, std::size_t n)
-        : q(queue), data(sycl::malloc_shared<T>(n == 0 ? 1 : n, queue)) {}
-    ~shared_array() { sycl::free(data, q); }
-};
-
-template <typename T>
-void run(sycl::queue& q, input& in, std::uint8_t shape) {
+void run(sycl::queue& q, fuzz_input& in, std::uint8_t shape) {
     const bool wide = shape & 4, fortran = shape & 8, weighted = shape & 16, masked = shape & 32;
     const std::int64_t n_dims = static_cast<std::int64_t>(in.take<std::uint8_t>() % 8) - 1;
     const std::int64_t n_obs = static_cast<std::int64_t>(in.take<std::uint16_t>() % 602) - 1;
@@ -55,26 +42,25 @@ void run(sycl::queue& q, input& in, std::uint8_t shape) {
         nulls &= ~1u;
     if (estimates & 0x1E000000u)
         nulls &= ~(1u << 7);
-    for (const auto& [bits, order2] : {std::pair{0x70ull, 4}, std::pair{0xE0000000ull, 11}}) {
+    for (const auto& [bits, order2] : {std::pair{0x70ull, 4}, std::pair{0xE0000000ull, 11}})
         if (estimates & bits)
             nulls &= ~(1u << order2) & (method == 1 ? ~0xFu : ~0u);
-    }
 
     const std::size_t dims = n_dims > 0 ? static_cast<std::size_t>(n_dims) : 1;
     const std::size_t obs = n_obs > 0 ? static_cast<std::size_t>(n_obs) : 1;
-    shared_array<T> values(q, dims * obs), weights(q, obs), results(q, 19 * dims);
-    shared_array<std::int64_t> mask64(q, dims);
-    shared_array<std::int32_t> mask32(q, (dims + 1) / 2 * 2);
+    usm_array<T> values(q, dims * obs), weights(q, obs), results(q, 19 * dims);
+    usm_array<std::int64_t> mask64(q, dims);
+    usm_array<std::int32_t> mask32(q, (dims + 1) / 2 * 2);
     for (std::size_t i = 0; i < dims * obs; ++i)
-        values.data[i] = in.take<T>();
+        values[i] = in.take<T>();
     for (std::size_t i = 0; i < obs; ++i)
-        weights.data[i] =
+        weights[i] =
             in.take<std::uint8_t>() % 4 == 0 ? in.take<T>() : T(in.take<std::uint8_t>() % 3);
-    for (std::size_t d = 0; d < (dims + 1) / 2 * 2; ++d)
-        mask32.data[d] = static_cast<std::int32_t>(
-            d < dims ? (mask64.data[d] = in.take<std::uint8_t>() % 3) : 0);
-    for (std::size_t i = 0; i < 19 * dims; ++i)
-        results.data[i] = in.take<std::int8_t>();
+    for (std::size_t d = 0; d < mask32.size(); ++d)
+        mask32[d] =
+            static_cast<std::int32_t>(d < dims ? (mask64[d] = in.take<std::uint8_t>() % 3) : 0);
+    for (std::size_t i = 0; i < results.size(); ++i)
+        results[i] = in.take<std::int8_t>();
 
     const std::int64_t longs[3] = {n_dims, n_obs, storage};
     const std::int32_t shorts[3] = {static_cast<std::int32_t>(n_dims),
@@ -85,11 +71,11 @@ void run(sycl::queue& q, input& in, std::uint8_t shape) {
     task.dims_ptr = wide ? static_cast<const void*>(&longs[0]) : &shorts[0];
     task.observations_count_ptr = wide ? static_cast<const void*>(&longs[1]) : &shorts[1];
     task.storage_ptr = wide ? static_cast<const void*>(&longs[2]) : &shorts[2];
-    task.observations = values.data;
-    task.weights = weighted ? weights.data : nullptr;
-    task.indices = !masked ? nullptr : wide ? static_cast<const void*>(mask64.data) : mask32.data;
+    task.observations = values.get();
+    task.weights = weighted ? weights.get() : nullptr;
+    task.indices = !masked ? nullptr : wide ? static_cast<const void*>(mask64.get()) : mask32.get();
     for (std::size_t f = 0; f < 19; ++f) {
-        void* const at = nulls >> f & 1 ? nullptr : results.data + f * dims;
+        void* const at = nulls >> f & 1 ? nullptr : results.get() + f * dims;
         std::memcpy(reinterpret_cast<char*>(&task) + offsetof(ss_task, mean) + f * sizeof at, &at,
                     sizeof at);
     }
@@ -121,7 +107,7 @@ void run(sycl::queue& q, input& in, std::uint8_t shape) {
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t size) {
     static sycl::queue gpus[2] = {sycl::queue(sycl::gpu_selector_v),
                                   sycl::queue(sycl::ext::hostsycl::make_gpu_device(4))};
-    input in{bytes, size};
+    fuzz_input in{bytes, size};
     const std::uint8_t shape = in.take<std::uint8_t>();
     sycl::queue& q = gpus[shape >> 6 & 1];
     if (shape & 1)

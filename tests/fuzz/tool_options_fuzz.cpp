@@ -11,17 +11,12 @@
 using namespace qnd_stats;
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t size) {
-    std::vector<std::string> words{"qnd-stats"};
-    std::string word;
-    for (std::size_t i = 0; i < size; ++i) {
-        if (bytes[i] == 0) {
-            words.push_back(word);
-            word.clear();
-        } else {
-            word += static_cast<char>(bytes[i]);
-        }
-    }
-    words.push_back(word);
+    std::vector<std::string> words{"qnd-stats", ""};
+    for (std::size_t i = 0; i < size; ++i)
+        if (bytes[i] == 0)
+            words.emplace_back();
+        else
+            words.back() += static_cast<char>(bytes[i]);
     std::vector<const char*> argv;
     for (const std::string& w : words)
         argv.push_back(w.c_str());

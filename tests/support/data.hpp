@@ -37,16 +37,11 @@ host_data<T> make_data(std::int64_t n_dims,
                        std::int64_t n_observations,
                        tavrel::qnd::stats::layout layout,
                        Value&& value) {
-    host_data<T> data;
-    data.n_dims = n_dims;
-    data.n_observations = n_observations;
-    data.layout = layout;
-    data.observations.resize(static_cast<std::size_t>(n_dims * n_observations));
-    for (std::int64_t d = 0; d < n_dims; ++d) {
-        for (std::int64_t i = 0; i < n_observations; ++i) {
+    host_data<T> data{n_dims, n_observations, layout,
+                      std::vector<T>(static_cast<std::size_t>(n_dims * n_observations))};
+    for (std::int64_t d = 0; d < n_dims; ++d)
+        for (std::int64_t i = 0; i < n_observations; ++i)
             data.observations[data.position(d, i)] = static_cast<T>(value(d, i));
-        }
-    }
     return data;
 }
 

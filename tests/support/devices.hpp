@@ -14,9 +14,8 @@ namespace qnd_test {
 // The default emulated GPU first, then emulated GPUs of small work-group sizes.
 inline std::vector<sycl::device> test_gpus() {
     std::vector<sycl::device> devices{sycl::device(sycl::gpu_selector_v)};
-    for (std::size_t size : {2, 3, 8, 32}) {
+    for (std::size_t size : {2, 3, 8, 32})
         devices.push_back(sycl::ext::hostsycl::make_gpu_device(size));
-    }
     return devices;
 }
 
@@ -35,9 +34,8 @@ inline std::string device_label(const sycl::device& device) {
 
 // The CPU device, then test_gpus(): every device that an estimator test runs on.
 inline std::vector<sycl::device> test_devices() {
-    std::vector<sycl::device> devices{cpu_device()};
-    for (const sycl::device& gpu : test_gpus())
-        devices.push_back(gpu);
+    std::vector<sycl::device> devices = test_gpus();
+    devices.insert(devices.begin(), cpu_device());
     return devices;
 }
 

@@ -64,6 +64,12 @@ std::vector<std::pair<T, T>> run_extreme(
     sycl::queue& q, extreme e, bool by_buffer, const host_data<T>& h, T untouched) {
     namespace st = tavrel::qnd::stats;
     std::vector<T> lo(h.n_dims, untouched), hi(h.n_dims, untouched);
+    // `e` on `data` into the minima and maxima (buffers or pointers), after deps.
+    const auto call = [&](const auto& data, auto to_lo, auto to_hi, const auto&... deps) {
+        return e == extreme::min   ? st::min<1, T, L>(q, data, to_lo, deps...)
+               : e == extreme::max ? st::max<1, T, L>(q, data, to_hi, deps...)
+                                   : st::min_max<1, T, L>(q, data, to_lo, to_hi, deps...);
+    };
     if (by_buffer) {
         sycl::buffer<T, 1> obs(h.observations.data(), sycl::range<1>(h.observations.size()));
         sycl::buffer<T, 1> w(h.weights.data(), sycl::range<1>(h.weights.size()));
@@ -71,12 +77,7 @@ std::vector<std::pair<T, T>> run_extreme(
         sycl::buffer<T, 1> b_lo(lo.data(), sycl::range<1>(lo.size()));
         sycl::buffer<T, 1> b_hi(hi.data(), sycl::range<1>(hi.size()));
         const st::dataset<L, sycl::buffer<T, 1>> data(h.n_dims, h.n_observations, obs, w, idx);
-        if (e == extreme::min)
-            st::min<1, T, L>(q, data, b_lo);
-        else if (e == extreme::max)
-            st::max<1, T, L>(q, data, b_hi);
-        else
-            st::min_max<1, T, L>(q, data, b_lo, b_hi);
+        call(data, b_lo, b_hi);
     } else {
         usm_array<T> obs(q, h.observations.size()), w(q, h.weights), u_lo(q, lo), u_hi(q, hi);
         usm_array<std::int64_t> idx(q, h.indices);
@@ -88,12 +89,7 @@ std::vector<std::pair<T, T>> run_extreme(
         const st::dataset<L, T*> data(h.n_dims, h.n_observations, obs.get(),
                                       h.weights.empty() ? nullptr : w.get(),
                                       h.indices.empty() ? nullptr : idx.get());
-        if (e == extreme::min)
-            st::min<1, T, L>(q, data, u_lo.get(), copied).wait();
-        else if (e == extreme::max)
-            st::max<1, T, L>(q, data, u_hi.get(), copied).wait();
-        else
-            st::min_max<1, T, L>(q, data, u_lo.get(), u_hi.get(), copied).wait();
+        call(data, u_lo.get(), u_hi.get(), copied).wait();
         lo = u_lo.to_vector();
         hi = u_hi.to_vector();
     }
@@ -125,10 +121,9 @@ void expect_extremes(extreme e,
                      T untouched) {
     for (std::int64_t d = 0; d < h.n_dims; ++d) {
         const auto [lo, hi] = extremes_of(h, d, dev);
-        EXPECT_EQ(got[d].first, h.kept(d) && e != extreme::max ? lo : untouched)
-            << "min, dim " << d;
-        EXPECT_EQ(got[d].second, h.kept(d) && e != extreme::min ? hi : untouched)
-            << "max, dim " << d;
+        EXPECT_EQ(got[d], std::make_pair(h.kept(d) && e != extreme::max ? lo : untouched,
+                                         h.kept(d) && e != extreme::min ? hi : untouched))
+            << "{min, max}, dim " << d;
     }
 }
 

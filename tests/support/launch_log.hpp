@@ -53,10 +53,9 @@ inline std::vector<std::string> template_arguments(const std::string& name) {
 // kernels of the moment and the extreme engines alike.
 inline std::string step_kind(const std::string& kernel_name) {
     const std::string base = kernel_name.substr(0, kernel_name.find('<'));
-    for (const char* kind : {"single", "first"}) {
+    for (const char* kind : {"single", "first"})
         if (base.find(std::string("kernel_") + kind + "_step") != std::string::npos)
             return kind;
-    }
     if (base.find("kernel_next_step") != std::string::npos) {
         const std::vector<std::string> args = template_arguments(kernel_name);
         return args.size() == 4 && args[2] == "true" ? "last" : "next";

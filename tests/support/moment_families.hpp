@@ -18,16 +18,11 @@
 
 namespace qnd_test {
 
+// clang-format off
 enum class moment_family {
-    mean,
-    raw_sum,
-    raw_moment,
-    central_sum,
-    central_moment,
-    variation,
-    skewness,
-    kurtosis
+    mean, raw_sum, raw_moment, central_sum, central_moment, variation, skewness, kurtosis
 };
+// clang-format on
 
 struct moment_family_info {
     moment_family family;
@@ -178,25 +173,15 @@ std::vector<std::vector<T>> run_family(sycl::queue& q,
 
 // The reference value of output k (declaration order) of `family`.
 inline long double expected_output(moment_family family, int k, const moment_reference& r) {
-    switch (family) {
-        case moment_family::mean:
-            return r.mean();
-        case moment_family::raw_sum:
-            return r.raw[k + 1];
-        case moment_family::raw_moment:
-            return r.raw_moment(k + 1);
-        case moment_family::central_sum:
-            return r.central_sum(k + 2);
-        case moment_family::central_moment:
-            return r.central_moment(k + 2);
-        case moment_family::variation:
-            return r.variation();
-        case moment_family::skewness:
-            return r.skewness();
-        case moment_family::kurtosis:
-            return r.kurtosis();
-    }
-    return 0;
+    using f = moment_family;
+    return family == f::mean             ? r.mean()
+           : family == f::raw_sum        ? r.raw[k + 1]
+           : family == f::raw_moment     ? r.raw_moment(k + 1)
+           : family == f::central_sum    ? r.central_sum(k + 2)
+           : family == f::central_moment ? r.central_moment(k + 2)
+           : family == f::variation      ? r.variation()
+           : family == f::skewness       ? r.skewness()
+                                         : r.kurtosis();
 }
 
 }  // namespace qnd_test
