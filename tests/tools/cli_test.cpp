@@ -3,6 +3,7 @@
 #include <cmath>
 #include <sstream>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -34,13 +35,8 @@ TEST(qnd_stats_cli, bad_input_gives_one_line_and_a_status) {
     const std::string big = write_file(
         "big.npy", npy("{'descr': '<f8', 'fortran_order': False, 'shape': (1000000000, 1000), }",
                        std::string(16, '\0')));
-    struct cli_case {
-        std::string args;
-        int status;
-        std::string err;
-    };
     // clang-format off
-    const std::vector<cli_case> cases = {
+    const std::vector<std::tuple<std::string, int, std::string>> cases = {
         {"", 2, "no data file given (see --help)"},
         {"--frobnicate x", 2, "unknown option '--frobnicate' (see --help)"},
         {"--chunk-rows 0 x", 2, "--chunk-rows: '0' is not a positive whole number"},
@@ -58,9 +54,8 @@ TEST(qnd_stats_cli, bad_input_gives_one_line_and_a_status) {
         {big, 1, big + ": shape (1000000000, 1000) of float64 needs 8000000000000 bytes of data, the file holds 16"},
     };
     // clang-format on
-    for (const cli_case& c : cases)  // nothing is printed when the run fails
-        EXPECT_EQ(run("QND " + c.args), (run_result{c.status, "", "qnd-stats: " + c.err + "\n"}))
-            << c.args;
+    for (const auto& [args, status, err] : cases)  // nothing is printed when the run fails
+        EXPECT_EQ(run("QND " + args), (run_result{status, "", "qnd-stats: " + err + "\n"})) << args;
 }
 
 TEST(qnd_stats_cli, pipes_are_read_a_chunk_at_a_time) {

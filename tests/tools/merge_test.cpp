@@ -4,6 +4,7 @@
 #include <functional>
 #include <random>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -41,14 +42,10 @@ TEST(partial_merge, any_split_in_any_order_matches_long_double_references) {
         w[i] = 0;  // the part [14, 16) of the split into sevens has no weight at all
 
     const long double given = 49.0;
-    struct data_case {
-        const char* what;
-        bool weighted;
-        const long double* centre;
-    };
-    const data_case cases[] = {{"unweighted", false, nullptr},
-                               {"weighted, with weights of 0", true, nullptr},
-                               {"around a caller's centre", true, &given}};
+    const std::tuple<const char*, bool, const long double*> cases[] = {
+        {"unweighted", false, nullptr},
+        {"weighted, with weights of 0", true, nullptr},
+        {"around a caller's centre", true, &given}};
     // clang-format off
     const std::vector<std::vector<std::size_t>> splits = {
         {41}, std::vector<std::size_t>(41, 1), {2, 2, 2, 2, 2, 2, 2, 2, 2, 2, 2, 2, 2, 2, 2, 2, 2, 2, 2, 2, 1},
@@ -56,17 +53,17 @@ TEST(partial_merge, any_split_in_any_order_matches_long_double_references) {
     // clang-format on
     using merge_fn = std::function<stats::partial<double>(const stats::partial<double>&,
                                                           const stats::partial<double>&)>;
-    for (const data_case& c : cases) {
-        const std::vector<double> wc = c.weighted ? w : std::vector<double>{};
-        const auto whole = direct<long double>(x, wc, 0, n, c.centre);
-        const std::vector<double> want = fields(whole, c.centre ? *c.centre : whole.mean);
+    for (const auto& [what, weighted, centre] : cases) {
+        const std::vector<double> wc = weighted ? w : std::vector<double>{};
+        const auto whole = direct<long double>(x, wc, 0, n, centre);
+        const std::vector<double> want = fields(whole, centre ? *centre : whole.mean);
         const merge_fn merge =
-            c.centre ? merge_fn(stats::merge_about_centre<double>) : merge_fn(stats::merge<double>);
+            centre ? merge_fn(stats::merge_about_centre<double>) : merge_fn(stats::merge<double>);
         for (const auto& sizes : splits) {
             std::vector<stats::partial<double>> parts;
             std::size_t at = 0;
             for (std::size_t size : sizes) {
-                parts.push_back(direct<double>(x, wc, at, at + size, c.centre));
+                parts.push_back(direct<double>(x, wc, at, at + size, centre));
                 at += size;
             }
             ASSERT_EQ(at, n);
@@ -86,9 +83,8 @@ TEST(partial_merge, any_split_in_any_order_matches_long_double_references) {
                 level = up;
             }
             for (const auto* got : {&left, &right, &level[0]}) {
-                SCOPED_TRACE(std::string(c.what) + ", " + std::to_string(sizes.size()) + " parts");
-                const std::vector<double> v =
-                    fields(*got, c.centre ? double(*c.centre) : got->mean);
+                SCOPED_TRACE(std::string(what) + ", " + std::to_string(sizes.size()) + " parts");
+                const std::vector<double> v = fields(*got, centre ? double(*centre) : got->mean);
                 for (std::size_t k = 0; k < want.size(); ++k)
                     EXPECT_NEAR(v[k], want[k], 1e-12 * std::abs(want[k])) << "field " << k;
             }

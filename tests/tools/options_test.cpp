@@ -1,6 +1,7 @@
 // Parsing of qnd-stats's command line: what each option sets, and the exact text of each refusal.
 #include <functional>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -26,16 +27,10 @@ std::string refusal_of(const std::vector<const char*>& args) {
     return "(no error)";
 }
 
-struct accepted_case {
-    std::vector<const char*> args;
-    std::function<bool(const tool_options&)> check;
-    const char* what;
-};
-
 TEST(qnd_stats_options, accepted_command_lines_set_their_fields) {
     using v = std::vector<std::string>;
     // clang-format off
-    const std::vector<accepted_case> cases = {
+    const std::vector<std::tuple<std::vector<const char*>, std::function<bool(const tool_options&)>, const char*>> cases = {
         {{"d.csv"}, [](const tool_options& o) {
              return o.file == "d.csv" && o.device == device_choice::cpu && o.chunk_rows == 0 && !o.use_float &&
                     o.method == 1 && o.output == output_format::table && o.format == input_format::automatic &&
@@ -62,11 +57,11 @@ TEST(qnd_stats_options, accepted_command_lines_set_their_fields) {
         {{"-V"}, [](const tool_options& o) { return o.version; }, "version needs no file"},
     };
     // clang-format on
-    for (const accepted_case& c : cases) {
-        SCOPED_TRACE(c.what);
+    for (const auto& [args, check, what] : cases) {
+        SCOPED_TRACE(what);
         tool_options o;
-        ASSERT_NO_THROW(o = parse(c.args));
-        EXPECT_TRUE(c.check(o));
+        ASSERT_NO_THROW(o = parse(args));
+        EXPECT_TRUE(check(o));
     }
 }
 

@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <functional>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -52,20 +53,11 @@ std::string error_of(const std::function<void()>& f) {
     return "(no error)";
 }
 
-struct text_case {
-    const char* what;
-    std::string contents;
-    char delimiter;
-    header_choice header;
-    std::vector<std::string> names;
-    std::int64_t dims;
-    std::vector<double> values;
-};
-
 TEST(qnd_stats_text_source, reads_rows_as_observations) {
     const auto automatic = header_choice::automatic;
+    using strings = std::vector<std::string>;
     // clang-format off
-    const std::vector<text_case> cases = {
+    const std::vector<std::tuple<const char*, std::string, char, header_choice, strings, std::int64_t, std::vector<double>>> cases = {
         {"csv with a header", "a,b\n1,2\n3,4\n5,6\n", ',', automatic, {"a", "b"}, 2, {1, 2, 3, 4, 5, 6}},
         {"no header detected", "1,2\n3,4\n", ',', automatic, {}, 2, {1, 2, 3, 4}},
         {"blanks around fields, CRLF", " a , b \r\n 1 , 2 \r\n", ',', automatic, {"a", "b"}, 2, {1, 2}},
@@ -79,12 +71,11 @@ TEST(qnd_stats_text_source, reads_rows_as_observations) {
         {"header refused", "7,8\n", ',', header_choice::absent, {}, 2, {7, 8}},
     };
     // clang-format on
-    for (const text_case& c : cases) {
-        SCOPED_TRACE(c.what);
-        const auto s = open_text(write_file("t.txt", c.contents), c.delimiter, c.header);
-        const table t = read_all(*s);
+    for (const auto& [what, contents, delimiter, header, names, dims, values] : cases) {
+        SCOPED_TRACE(what);
+        const table t = read_all(*open_text(write_file("t.txt", contents), delimiter, header));
         EXPECT_EQ(std::tie(t.names, t.n_dims, t.row_major, t.values),
-                  std::make_tuple(c.names, c.dims, false, c.values));
+                  std::make_tuple(names, dims, false, values));
     }
 }
 
@@ -139,15 +130,8 @@ TEST(qnd_stats_text_source, blocks_of_many_lines_keep_order_and_line_numbers) {
 TEST(qnd_stats_npy_source, reads_both_types_orders_and_versions) {
     const std::vector<double> six = {1, 2, 3, 4, 5, 6};
     const std::vector<float> six_f = {1.5f, 2, 3, 4, 5, 6.25f};
-    struct npy_case {
-        const char* what;
-        std::string file;
-        std::int64_t dims;
-        bool row_major;
-        std::vector<double> values;  // observation after observation
-    };
     // clang-format off
-    const std::vector<npy_case> cases = {
+    const std::vector<std::tuple<const char*, std::string, std::int64_t, bool, std::vector<double>>> cases = {
         {"C order", npy("{'descr': '<f8', 'fortran_order': False, 'shape': (3, 2), }", bytes_of(six)), 2, false, six},
         {"Fortran order", npy("{'descr': '<f8', 'fortran_order': True, 'shape': (2, 3), }", bytes_of(six)), 3, true, {1, 3, 5, 2, 4, 6}},
         {"float32, version 2", npy("{'descr': '<f4', 'fortran_order': False, 'shape': (6,), }", bytes_of(six_f), 2), 1, false, {1.5, 2, 3, 4, 5, 6.25}},
@@ -156,14 +140,13 @@ TEST(qnd_stats_npy_source, reads_both_types_orders_and_versions) {
         {"keys in another order, version 3", npy("{'shape': (3, 2), 'fortran_order': False, 'descr': '<f8'}", bytes_of(six), 3), 2, false, six},
     };
     // clang-format on
-    for (const npy_case& c : cases)
+    for (const auto& [what, file, dims, row_major, values] : cases)
         for (bool in_float : {false, true}) {
-            SCOPED_TRACE(std::string(c.what) + (in_float ? " into float" : " into double"));
-            const auto s = open_npy(write_file("f.npy", c.file));
+            SCOPED_TRACE(std::string(what) + (in_float ? " into float" : " into double"));
+            const auto s = open_npy(write_file("f.npy", file));
             EXPECT_EQ(s->total * s->n_dims, 6);
             const table t = read_all(*s, 2, in_float);
-            EXPECT_EQ(std::tie(t.n_dims, t.row_major, t.values),
-                      std::tie(c.dims, c.row_major, c.values));
+            EXPECT_EQ(std::tie(t.n_dims, t.row_major, t.values), std::tie(dims, row_major, values));
         }
 }
 
