@@ -175,26 +175,25 @@ TEST(qnd_stats_npy_source, refusals_say_what_is_wrong) {
 }
 
 TEST(qnd_stats_raw_source, shapes_and_refusals) {
-    const std::string path = write_file("r.bin", bytes_of(std::vector<double>{1, 2, 3, 4, 5, 6}));
-    EXPECT_EQ(read_all(*open_raw(path, false, 2, 0, false)).values,
-              (std::vector<double>{1, 2, 3, 4, 5, 6}));
+    const std::vector<double> six = {1, 2, 3, 4, 5, 6};
+    const std::string path = write_file("r.bin", bytes_of(six));
+    EXPECT_EQ(read_all(*open_raw(path, false, 2, 0, false)).values, six);
     EXPECT_EQ(read_all(*open_raw(path, false, 2, 3, true)).values,
               (std::vector<double>{1, 4, 2, 5, 3, 6}));
     const std::string f = write_file("f.raw", bytes_of(std::vector<float>{0.5f, 8}));
     EXPECT_EQ(read_all(*open_raw(f, true, 1, 0, false)).values, (std::vector<double>{0.5, 8}));
 
+    const std::string empty = write_file("e.raw", "");
     // clang-format off
     const std::vector<std::pair<std::function<void()>, std::string>> refusals = {
-        {[&] { open_raw(path, false, 4, 0, false); }, ": 48 bytes are not a whole number of observations of 4 float64 values (32 bytes each)"},
-        {[&] { open_raw(path, false, 2, 4, false); }, ": 4 observations of 2 float64 values need 64 bytes, the file holds 48"},
-        {[&] { open_raw(path, false, 7, 7905747460161236407, false); }, ": --dims 7 x --observations 7905747460161236407 is too large (more than 9223372036854775807 bytes)"},
+        {[&] { open_raw(path, false, 4, 0, false); }, path + ": 48 bytes are not a whole number of observations of 4 float64 values (32 bytes each)"},
+        {[&] { open_raw(path, false, 2, 4, false); }, path + ": 4 observations of 2 float64 values need 64 bytes, the file holds 48"},
+        {[&] { open_raw(path, false, 7, 7905747460161236407, false); }, path + ": --dims 7 x --observations 7905747460161236407 is too large (more than 9223372036854775807 bytes)"},
+        {[&] { open_raw(empty, true, 1, 0, false); }, empty + ": no observations (the file is empty)"},
     };
     // clang-format on
     for (const auto& c : refusals)
-        EXPECT_EQ(error_of(c.first), path + c.second);
-    const std::string empty = write_file("e.raw", "");
-    EXPECT_EQ(error_of([&] { open_raw(empty, true, 1, 0, false); }),
-              empty + ": no observations (the file is empty)");
+        EXPECT_EQ(error_of(c.first), c.second);
 }
 
 // A file that another program rewrites while it is read is refused, not half described.
