@@ -108,10 +108,8 @@ TEST(qnd_stats_histogram, shown_in_every_format_and_read_twice_from_a_pipe) {
     for (const auto& [args, err] : std::vector<std::pair<std::string, std::string>>{
              {"--bins 0 -", "--bins: '0' is not a positive whole number"},
              {"--bins 1001 -", "--bins: '1001' is more than 1000 bins"},
-             {"--histogram=yes -", "option --histogram takes no value"}}) {
-        const run_result r = run(args);
-        EXPECT_EQ(std::make_pair(r.status, r.err), std::make_pair(2, "qnd-stats: " + err + "\n"));
-    }
+             {"--histogram=yes -", "option --histogram takes no value"}})
+        EXPECT_EQ(run(args), (run_result{2, "", "qnd-stats: " + err + "\n"})) << args;
 }
 
 }  // namespace
