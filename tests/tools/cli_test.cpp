@@ -1,5 +1,6 @@
 // The qnd-stats program as a person runs it: exit statuses, one-line errors with nothing on
 // standard output, pipes, and output formats that read back to the numbers computed.
+#include <algorithm>
 #include <cmath>
 #include <sstream>
 #include <string>
@@ -140,7 +141,8 @@ TEST(qnd_stats_cli, json_and_csv_read_back_to_the_computed_numbers) {
     const auto want = computed(o);
     EXPECT_EQ(c.out.substr(0, c.out.find('\n')), "dimension,mean,kurtosis,min,max");
     const named_values got = values_of(c.out);
-    EXPECT_EQ(got.size(), 6u * 4);  // six rows of four
+    EXPECT_EQ(std::count(c.out.begin(), c.out.end(), '\n'), 1 + 6);  // a row per dimension
+    EXPECT_EQ(got.size(), 6u * 4);                                   // of four values
     for (const auto& [quantity, by_dim] : want)
         for (const auto& [name, v] : by_dim)
             EXPECT_EQ(got.at(name + " " + quantity), v) << name << " " << quantity;
