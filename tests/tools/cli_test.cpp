@@ -133,6 +133,12 @@ TEST(qnd_stats_cli, json_and_csv_read_back_to_the_computed_numbers) {
         EXPECT_EQ(names, (std::vector<std::string>{"temperature_c", "wind_m_s", "pressure_hpa",
                                                    "rain_mm"}));
     }
+    // Names as JSON strings: quotes and backslashes escaped, control characters as \u.
+    const std::string odd = write_file("odd.csv", "\"a b\",\"q\"\"\\\",\"t\tx\"\n1,2,3\n");
+    EXPECT_NE(run("QND -o json -e mean " + odd).out.find(R"({"name": "a b", "mean": 1},
+    {"name": "q\"\\", "mean": 2},
+    {"name": "t\u0009x", "mean": 3})"),
+              std::string::npos);
     const run_result c = run("QND -o csv -e mean,kurtosis,min_max --mean 10 " + weather);
     ASSERT_EQ(c.status, 0) << c.err;
     tool_options o;

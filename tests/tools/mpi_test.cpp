@@ -97,6 +97,12 @@ TEST(qnd_stats_mpi, a_failure_in_any_share_stops_every_process_with_one_line) {
             SCOPED_TRACE(args + ", " + std::to_string(n) + " processes");
             EXPECT_EQ(run(n, args), (run_result{1, "", "qnd-stats: " + error + "\n"}));
         }
+    // The lines before a text share are not counted: a bad weight is named within its share.
+    const std::string bad_weight = write_file("bad_w.csv", csv + "7,-1\n");
+    EXPECT_EQ(run(2, "--weight-column b " + bad_weight).err,
+              "qnd-stats: " + bad_weight +
+                  ", column 2, observation 141 of the share of process 1: the weight -1 is "
+                  "negative (weights are finite, 0 or more)\n");
 }
 
 }  // namespace
