@@ -156,7 +156,9 @@ inline bool kll_from_bytes(const unsigned char* bytes, std::size_t size, kll_ske
         if (size - at < n) {
             return false;
         }
-        std::memcpy(p, bytes + at, n);
+        if (n != 0) {  // an empty level's data() may be null, which memcpy may not be given
+            std::memcpy(p, bytes + at, n);
+        }
         at += n;
         return true;
     };
