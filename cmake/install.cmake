@@ -3,6 +3,26 @@
 include(GNUInstallDirs)
 include(CMakePackageConfigHelpers)
 
+# On an external SYCL implementation: the library, the core family beside it when the CPU path or
+# the GPU service opens it, and the public headers of what is built. Programs compile and link
+# with their own SYCL compiler, so there is no package config.
+if(TARGET qnd_sycl_stats AND QND_SYCL STREQUAL "external")
+    set_target_properties(qnd_sycl_stats PROPERTIES INSTALL_RPATH "$ORIGIN")
+    set(qnd_installed_libraries qnd_sycl_stats)
+    if(QND_SYCL_CPU_PATH OR QND_SYCL_INTEROP_SOURCE)
+        list(APPEND qnd_installed_libraries qnd_core qnd_sequential qnd_omp_thread qnd_pool_thread)
+    endif()
+    install(TARGETS ${qnd_installed_libraries}
+        LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT runtime)
+    set(qnd_left_out)
+    if(NOT QND_SYCL_INTEROP_SOURCE)
+        set(qnd_left_out PATTERN gpu.hpp EXCLUDE PATTERN offload.h EXCLUDE)
+    endif()
+    install(DIRECTORY ${PROJECT_SOURCE_DIR}/include/
+        DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} COMPONENT development ${qnd_left_out})
+    return()
+endif()
+
 if(NOT TARGET qnd_sycl_stats OR NOT TARGET hostsycl)
     return()
 endif()

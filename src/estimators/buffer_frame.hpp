@@ -4,7 +4,6 @@
 
 #include <sycl/sycl.hpp>
 
-#include "cpu/cpu_estimators.hpp"
 #include "estimators/frame.hpp"
 #include "tavrel/qnd/exceptions.hpp"
 
@@ -15,9 +14,11 @@ namespace tavrel::qnd::stats::detail {
 // engine's event is dropped: the temporaries of the call have already waited for it.
 template <typename OnCpu, typename OnGpu>
 void route_buffer(sycl::queue& queue, const char* family, OnCpu&& on_cpu, OnGpu&& on_gpu) {
-    if (queue.get_device().is_cpu()) {
-        on_cpu();
-        return;
+    if constexpr (cpu_path_built) {
+        if (queue.get_device().is_cpu()) {
+            on_cpu();
+            return;
+        }
     }
     if (!queue.get_device().is_gpu())
         throw unsupported_device("stats", family, queue.get_device());

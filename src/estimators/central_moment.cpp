@@ -19,9 +19,7 @@ sycl::event central_moment(sycl::queue& queue,
     detail::check_argument(!c2 && !c3 && !c4, "central_moment", "all moments are nullptr");
     return detail::route_usm(
         queue, "central_moment",
-        [&] {
-            return detail::cpu::run_central_moment<M, T, L>(queue, data, c2, c3, c4, dependencies);
-        },
+        QND_ON_CPU(detail::cpu::run_central_moment<M, T, L>(queue, data, c2, c3, c4, dependencies)),
         [&]() -> sycl::event {
             if constexpr (M == alternate) {
                 throw unimplemented("stats", "central_moment", "for this method");
@@ -46,10 +44,8 @@ sycl::event central_moment(sycl::queue& queue,
     detail::check_argument(mean == nullptr, "central_moment", "mean is nullptr");
     return detail::route_usm(
         queue, "central_moment",
-        [&] {
-            return detail::cpu::run_central_moment<T, L>(queue, mean, data, c2, c3, c4,
-                                                         dependencies);
-        },
+        QND_ON_CPU(
+            detail::cpu::run_central_moment<T, L>(queue, mean, data, c2, c3, c4, dependencies)),
         [&] {
             using func = detail::gpu::central_moment_func_user_mean<T, true>;
             return detail::gpu::submit_basic_usm(

@@ -21,8 +21,7 @@ void central_moment(sycl::queue& queue,
                            "all moments arrays length is 0");
     detail::route_buffer(
         queue, "central_moment",
-        [&] { detail::cpu::run_central_moment<M, T, L>(queue, data, c2, c3, c4); },
-        [&] {
+        QND_ON_CPU(detail::cpu::run_central_moment<M, T, L>(queue, data, c2, c3, c4)), [&] {
             if constexpr (M == alternate) {
                 throw unimplemented("stats", "central_moment", "for this method");
             } else {
@@ -49,8 +48,7 @@ void central_moment(sycl::queue& queue,
     detail::check_argument(mean.size() == 0, "central_moment", "mean array length is 0");
     detail::route_buffer(
         queue, "central_moment",
-        [&] { detail::cpu::run_central_moment<T, L>(queue, mean, data, c2, c3, c4); },
-        [&] {
+        QND_ON_CPU(detail::cpu::run_central_moment<T, L>(queue, mean, data, c2, c3, c4)), [&] {
             sycl::buffer<T, 1> filler3{sycl::range<1>(1)};
             sycl::buffer<T, 1> filler4{sycl::range<1>(1)};
             using func = detail::gpu::central_moment_func_user_mean<T, false>;

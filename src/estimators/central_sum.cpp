@@ -19,9 +19,7 @@ sycl::event central_sum(sycl::queue& queue,
     detail::check_argument(!cs2 && !cs3 && !cs4, "central_sum", "all sums are nullptr");
     return detail::route_usm(
         queue, "central_sum",
-        [&] {
-            return detail::cpu::run_central_sum<M, T, L>(queue, data, cs2, cs3, cs4, dependencies);
-        },
+        QND_ON_CPU(detail::cpu::run_central_sum<M, T, L>(queue, data, cs2, cs3, cs4, dependencies)),
         [&]() -> sycl::event {
             if constexpr (M == alternate) {
                 throw unimplemented("stats", "central_sum", "for this method");
@@ -44,18 +42,16 @@ sycl::event central_sum(sycl::queue& queue,
                         const std::vector<sycl::event>& dependencies) {
     detail::check_argument(!cs2 && !cs3 && !cs4, "central_sum", "all sums are nullptr");
     detail::check_argument(mean == nullptr, "central_sum", "mean is nullptr");
-    return detail::route_usm(
-        queue, "central_sum",
-        [&] {
-            return detail::cpu::run_central_sum<T, L>(queue, mean, data, cs2, cs3, cs4,
-                                                      dependencies);
-        },
-        [&] {
-            using func = detail::gpu::central_sum_func_user_mean<T, true>;
-            return detail::gpu::submit_basic_usm(
-                queue, mean, data, detail::gpu::make_central_func<func>(cs2, cs3, cs4),
-                dependencies);
-        });
+    return detail::route_usm(queue, "central_sum",
+                             QND_ON_CPU(detail::cpu::run_central_sum<T, L>(queue, mean, data, cs2,
+                                                                           cs3, cs4, dependencies)),
+                             [&] {
+                                 using func = detail::gpu::central_sum_func_user_mean<T, true>;
+                                 return detail::gpu::submit_basic_usm(
+                                     queue, mean, data,
+                                     detail::gpu::make_central_func<func>(cs2, cs3, cs4),
+                                     dependencies);
+                             });
 }
 
 #define QND_CENTRAL_SUM(M, T, L)                                                               \

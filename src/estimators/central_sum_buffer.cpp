@@ -21,8 +21,7 @@ void central_sum(sycl::queue& queue,
                            "all sums arrays length is 0");
     detail::route_buffer(
         queue, "central_sum",
-        [&] { detail::cpu::run_central_sum<M, T, L>(queue, data, cs2, cs3, cs4); },
-        [&] {
+        QND_ON_CPU(detail::cpu::run_central_sum<M, T, L>(queue, data, cs2, cs3, cs4)), [&] {
             if constexpr (M == alternate) {
                 throw unimplemented("stats", "central_sum", "for this method");
             } else {
@@ -49,8 +48,7 @@ void central_sum(sycl::queue& queue,
     detail::check_argument(mean.size() == 0, "central_sum", "mean array length is 0");
     detail::route_buffer(
         queue, "central_sum",
-        [&] { detail::cpu::run_central_sum<T, L>(queue, mean, data, cs2, cs3, cs4); },
-        [&] {
+        QND_ON_CPU(detail::cpu::run_central_sum<T, L>(queue, mean, data, cs2, cs3, cs4)), [&] {
             sycl::buffer<T, 1> filler3{sycl::range<1>(1)};
             sycl::buffer<T, 1> filler4{sycl::range<1>(1)};
             using func = detail::gpu::central_sum_func_user_mean<T, false>;

@@ -16,8 +16,7 @@ sycl::event kurtosis(sycl::queue& queue,
     detail::check_argument(kurtosis == nullptr, "kurtosis", "kurtosis is nullptr");
     return detail::route_usm(
         queue, "kurtosis",
-        [&] { return detail::cpu::run_kurtosis<T, L>(queue, data, kurtosis, dependencies); },
-        [&] {
+        QND_ON_CPU(detail::cpu::run_kurtosis<T, L>(queue, data, kurtosis, dependencies)), [&] {
             return detail::gpu::submit_basic_usm(
                 queue, data, detail::gpu::kurtosis_func_fast<T, true>{{}, kurtosis}, dependencies);
         });
@@ -34,7 +33,7 @@ sycl::event kurtosis(sycl::queue& queue,
     detail::check_argument(mean == nullptr, "kurtosis", "mean is nullptr");
     return detail::route_usm(
         queue, "kurtosis",
-        [&] { return detail::cpu::run_kurtosis<T, L>(queue, mean, data, kurtosis, dependencies); },
+        QND_ON_CPU(detail::cpu::run_kurtosis<T, L>(queue, mean, data, kurtosis, dependencies)),
         [&] {
             return detail::gpu::submit_basic_usm(
                 queue, mean, data, detail::gpu::kurtosis_func_user_mean<T, true>{kurtosis},

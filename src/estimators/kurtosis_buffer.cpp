@@ -16,8 +16,7 @@ void kurtosis(sycl::queue& queue,
               sycl::buffer<T, 1> kurtosis) {
     detail::check_argument(kurtosis.size() == 0, "kurtosis", "kurtosis array length is 0");
     detail::route_buffer(
-        queue, "kurtosis", [&] { detail::cpu::run_kurtosis<T, L>(queue, data, kurtosis); },
-        [&] {
+        queue, "kurtosis", QND_ON_CPU(detail::cpu::run_kurtosis<T, L>(queue, data, kurtosis)), [&] {
             using func = detail::gpu::kurtosis_func_fast<T, false>;
             detail::gpu::submit_basic(queue, data, detail::gpu::make_single_func<func>(kurtosis));
         });
@@ -31,13 +30,13 @@ void kurtosis(sycl::queue& queue,
               sycl::buffer<T, 1> kurtosis) {
     detail::check_argument(kurtosis.size() == 0, "kurtosis", "kurtosis array length is 0");
     detail::check_argument(mean.size() == 0, "kurtosis", "mean array length is 0");
-    detail::route_buffer(
-        queue, "kurtosis", [&] { detail::cpu::run_kurtosis<T, L>(queue, mean, data, kurtosis); },
-        [&] {
-            using func = detail::gpu::kurtosis_func_user_mean<T, false>;
-            detail::gpu::submit_basic(queue, mean, data,
-                                      detail::gpu::make_single_func<func>(kurtosis));
-        });
+    detail::route_buffer(queue, "kurtosis",
+                         QND_ON_CPU(detail::cpu::run_kurtosis<T, L>(queue, mean, data, kurtosis)),
+                         [&] {
+                             using func = detail::gpu::kurtosis_func_user_mean<T, false>;
+                             detail::gpu::submit_basic(
+                                 queue, mean, data, detail::gpu::make_single_func<func>(kurtosis));
+                         });
 }
 
 #define QND_KURTOSIS_BUFFER(M, T, L)                                                     \

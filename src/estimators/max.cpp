@@ -5,6 +5,7 @@
 #include <sycl/sycl.hpp>
 
 #include "estimators/max.hpp"
+#include "estimators/buffer_frame.hpp"
 #include "estimators/frame.hpp"
 #include "gpu/minmax_gpu_impl.hpp"
 
@@ -17,8 +18,7 @@ sycl::event max(sycl::queue& queue,
                 const std::vector<sycl::event>& dependencies) {
     detail::check_argument(max == nullptr, "max", "max is nullptr");
     return detail::route_usm(
-        queue, "max", [&] { return detail::cpu::run_max<T, L>(queue, data, max, dependencies); },
-        [&] {
+        queue, "max", QND_ON_CPU(detail::cpu::run_max<T, L>(queue, data, max, dependencies)), [&] {
             return detail::gpu::submit_minmax_usm(
                 queue, data, detail::gpu::max_func_fast<T, true>{{max}}, dependencies);
         });
@@ -29,13 +29,12 @@ sycl::event max(sycl::queue& queue,
 template <int M, typename T, layout L>
 void max(sycl::queue& queue, const dataset<L, sycl::buffer<T, 1>>& data, sycl::buffer<T, 1> max) {
     detail::check_argument(max.size() == 0, "max", "max array length is 0");
-    if (queue.get_device().is_cpu())
-        return detail::cpu::run_max<T, L>(queue, data, max);
-    if (!queue.get_device().is_gpu())
-        throw unsupported_device("stats", "max", queue.get_device());
-    detail::gpu::submit_minmax(
-        queue, data,
-        detail::gpu::max_func_fast<T, false>{detail::gpu::extreme_output<T, false>(max)});
+    detail::route_buffer(
+        queue, "max", QND_ON_CPU(detail::cpu::run_max<T, L>(queue, data, max)), [&] {
+            detail::gpu::submit_minmax(
+                queue, data,
+                detail::gpu::max_func_fast<T, false>{detail::gpu::extreme_output<T, false>(max)});
+        });
 }
 
 #define QND_MAX(M, T, L)                                                            \

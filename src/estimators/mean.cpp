@@ -14,7 +14,7 @@ sycl::event mean(sycl::queue& queue,
                  const std::vector<sycl::event>& dependencies) {
     detail::check_argument(mean == nullptr, "mean", "mean is nullptr");
     return detail::route_usm(
-        queue, "mean", [&] { return detail::cpu::run_mean<T, L>(queue, data, mean, dependencies); },
+        queue, "mean", QND_ON_CPU(detail::cpu::run_mean<T, L>(queue, data, mean, dependencies)),
         [&] {
             return detail::gpu::submit_basic_usm(queue, data, detail::gpu::mean_func<T, true>{mean},
                                                  dependencies);

@@ -12,8 +12,7 @@ template <int M, typename T, layout L>
 void mean(sycl::queue& queue, const dataset<L, sycl::buffer<T, 1>>& data, sycl::buffer<T, 1> mean) {
     detail::check_argument(mean.size() == 0, "mean", "mean array length is 0");
     detail::route_buffer(
-        queue, "mean", [&] { detail::cpu::run_mean<T, L>(queue, data, mean); },
-        [&] {
+        queue, "mean", QND_ON_CPU(detail::cpu::run_mean<T, L>(queue, data, mean)), [&] {
             const detail::gpu::mean_func<T, false> func{detail::gpu::output_array<T, false>(mean)};
             detail::gpu::submit_basic(queue, data, func);
         });

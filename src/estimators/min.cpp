@@ -5,6 +5,7 @@
 #include <sycl/sycl.hpp>
 
 #include "estimators/min.hpp"
+#include "estimators/buffer_frame.hpp"
 #include "estimators/frame.hpp"
 #include "gpu/minmax_gpu_impl.hpp"
 
@@ -17,8 +18,7 @@ sycl::event min(sycl::queue& queue,
                 const std::vector<sycl::event>& dependencies) {
     detail::check_argument(min == nullptr, "min", "min is nullptr");
     return detail::route_usm(
-        queue, "min", [&] { return detail::cpu::run_min<T, L>(queue, data, min, dependencies); },
-        [&] {
+        queue, "min", QND_ON_CPU(detail::cpu::run_min<T, L>(queue, data, min, dependencies)), [&] {
             return detail::gpu::submit_minmax_usm(
                 queue, data, detail::gpu::min_func_fast<T, true>{{min}}, dependencies);
         });
@@ -29,13 +29,12 @@ sycl::event min(sycl::queue& queue,
 template <int M, typename T, layout L>
 void min(sycl::queue& queue, const dataset<L, sycl::buffer<T, 1>>& data, sycl::buffer<T, 1> min) {
     detail::check_argument(min.size() == 0, "min", "min array length is 0");
-    if (queue.get_device().is_cpu())
-        return detail::cpu::run_min<T, L>(queue, data, min);
-    if (!queue.get_device().is_gpu())
-        throw unsupported_device("stats", "min", queue.get_device());
-    detail::gpu::submit_minmax(
-        queue, data,
-        detail::gpu::min_func_fast<T, false>{detail::gpu::extreme_output<T, false>(min)});
+    detail::route_buffer(
+        queue, "min", QND_ON_CPU(detail::cpu::run_min<T, L>(queue, data, min)), [&] {
+            detail::gpu::submit_minmax(
+                queue, data,
+                detail::gpu::min_func_fast<T, false>{detail::gpu::extreme_output<T, false>(min)});
+        });
 }
 
 #define QND_MIN(M, T, L)                                                            \

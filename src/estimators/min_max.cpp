@@ -5,6 +5,7 @@
 #include <sycl/sycl.hpp>
 
 #include "estimators/min_max.hpp"
+#include "estimators/buffer_frame.hpp"
 #include "estimators/frame.hpp"
 #include "gpu/minmax_gpu_impl.hpp"
 
@@ -20,8 +21,7 @@ sycl::event min_max(sycl::queue& queue,
     detail::check_argument(max == nullptr, "min_max", "max is nullptr");
     return detail::route_usm(
         queue, "min_max",
-        [&] { return detail::cpu::run_min_max<T, L>(queue, data, min, max, dependencies); },
-        [&] {
+        QND_ON_CPU(detail::cpu::run_min_max<T, L>(queue, data, min, max, dependencies)), [&] {
             return detail::gpu::submit_minmax_usm(
                 queue, data, detail::gpu::min_max_func_fast<T, true>{{min}, {max}}, dependencies);
         });
@@ -36,14 +36,13 @@ void min_max(sycl::queue& queue,
              sycl::buffer<T, 1> max) {
     detail::check_argument(min.size() == 0, "min_max", "min array length is 0");
     detail::check_argument(max.size() == 0, "min_max", "max array length is 0");
-    if (queue.get_device().is_cpu())
-        return detail::cpu::run_min_max<T, L>(queue, data, min, max);
-    if (!queue.get_device().is_gpu())
-        throw unsupported_device("stats", "min_max", queue.get_device());
-    detail::gpu::submit_minmax(
-        queue, data,
-        detail::gpu::min_max_func_fast<T, false>{detail::gpu::extreme_output<T, false>(min),
-                                                 detail::gpu::extreme_output<T, false>(max)});
+    detail::route_buffer(
+        queue, "min_max", QND_ON_CPU(detail::cpu::run_min_max<T, L>(queue, data, min, max)), [&] {
+            detail::gpu::submit_minmax(queue, data,
+                                       detail::gpu::min_max_func_fast<T, false>{
+                                           detail::gpu::extreme_output<T, false>(min),
+                                           detail::gpu::extreme_output<T, false>(max)});
+        });
 }
 
 #define QND_MIN_MAX(M, T, L)                                                            \

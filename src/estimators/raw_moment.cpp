@@ -18,9 +18,7 @@ sycl::event raw_moment(sycl::queue& queue,
     detail::check_argument(!mean && !r2 && !r3 && !r4, "raw_moment", "all moments are nullptr");
     return detail::route_usm(
         queue, "raw_moment",
-        [&] {
-            return detail::cpu::run_raw_moment<T, L>(queue, data, mean, r2, r3, r4, dependencies);
-        },
+        QND_ON_CPU(detail::cpu::run_raw_moment<T, L>(queue, data, mean, r2, r3, r4, dependencies)),
         [&] {
             detail::gpu::raw_moment_func_fast<T, true> func{};
             func.has_order2 = r2 != nullptr;

@@ -22,8 +22,7 @@ void raw_moment(sycl::queue& queue,
                            "raw_moment", "all moments arrays length is 0");
     detail::route_buffer(
         queue, "raw_moment",
-        [&] { detail::cpu::run_raw_moment<T, L>(queue, data, mean, r2, r3, r4); },
-        [&] {
+        QND_ON_CPU(detail::cpu::run_raw_moment<T, L>(queue, data, mean, r2, r3, r4)), [&] {
             sycl::buffer<T, 1> filler2{sycl::range<1>(1)};
             sycl::buffer<T, 1> filler3{sycl::range<1>(1)};
             sycl::buffer<T, 1> filler4{sycl::range<1>(1)};

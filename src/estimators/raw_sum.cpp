@@ -18,8 +18,7 @@ sycl::event raw_sum(sycl::queue& queue,
     detail::check_argument(!s1 && !s2 && !s3 && !s4, "raw_sum", "all sums are nullptr");
     return detail::route_usm(
         queue, "raw_sum",
-        [&] { return detail::cpu::run_raw_sum<T, L>(queue, data, s1, s2, s3, s4, dependencies); },
-        [&] {
+        QND_ON_CPU(detail::cpu::run_raw_sum<T, L>(queue, data, s1, s2, s3, s4, dependencies)), [&] {
             const detail::gpu::raw_sum_func_fast<T, true> func{
                 s2 != nullptr, s3 != nullptr, s4 != nullptr, s1, s2, s3, s4};
             return detail::gpu::submit_basic_usm(queue, data, func, dependencies);

@@ -20,7 +20,7 @@ void raw_sum(sycl::queue& queue,
     detail::check_argument(s1.size() == 0 && s2.size() == 0 && s3.size() == 0 && s4.size() == 0,
                            "raw_sum", "all sums arrays length is 0");
     detail::route_buffer(
-        queue, "raw_sum", [&] { detail::cpu::run_raw_sum<T, L>(queue, data, s1, s2, s3, s4); },
+        queue, "raw_sum", QND_ON_CPU(detail::cpu::run_raw_sum<T, L>(queue, data, s1, s2, s3, s4)),
         [&] {
             sycl::buffer<T, 1> filler2{sycl::range<1>(1)};
             sycl::buffer<T, 1> filler3{sycl::range<1>(1)};

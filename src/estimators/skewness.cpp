@@ -16,8 +16,7 @@ sycl::event skewness(sycl::queue& queue,
     detail::check_argument(skewness == nullptr, "skewness", "skewness is nullptr");
     return detail::route_usm(
         queue, "skewness",
-        [&] { return detail::cpu::run_skewness<T, L>(queue, data, skewness, dependencies); },
-        [&] {
+        QND_ON_CPU(detail::cpu::run_skewness<T, L>(queue, data, skewness, dependencies)), [&] {
             return detail::gpu::submit_basic_usm(
                 queue, data, detail::gpu::skewness_func_fast<T, true>{{}, skewness}, dependencies);
         });
@@ -34,7 +33,7 @@ sycl::event skewness(sycl::queue& queue,
     detail::check_argument(mean == nullptr, "skewness", "mean is nullptr");
     return detail::route_usm(
         queue, "skewness",
-        [&] { return detail::cpu::run_skewness<T, L>(queue, mean, data, skewness, dependencies); },
+        QND_ON_CPU(detail::cpu::run_skewness<T, L>(queue, mean, data, skewness, dependencies)),
         [&] {
             return detail::gpu::submit_basic_usm(
                 queue, mean, data, detail::gpu::skewness_func_user_mean<T, true>{skewness},

@@ -16,8 +16,7 @@ void skewness(sycl::queue& queue,
               sycl::buffer<T, 1> skewness) {
     detail::check_argument(skewness.size() == 0, "skewness", "skewness array length is 0");
     detail::route_buffer(
-        queue, "skewness", [&] { detail::cpu::run_skewness<T, L>(queue, data, skewness); },
-        [&] {
+        queue, "skewness", QND_ON_CPU(detail::cpu::run_skewness<T, L>(queue, data, skewness)), [&] {
             using func = detail::gpu::skewness_func_fast<T, false>;
             detail::gpu::submit_basic(queue, data, detail::gpu::make_single_func<func>(skewness));
         });
@@ -31,13 +30,13 @@ void skewness(sycl::queue& queue,
               sycl::buffer<T, 1> skewness) {
     detail::check_argument(skewness.size() == 0, "skewness", "skewness array length is 0");
     detail::check_argument(mean.size() == 0, "skewness", "mean array length is 0");
-    detail::route_buffer(
-        queue, "skewness", [&] { detail::cpu::run_skewness<T, L>(queue, mean, data, skewness); },
-        [&] {
-            using func = detail::gpu::skewness_func_user_mean<T, false>;
-            detail::gpu::submit_basic(queue, mean, data,
-                                      detail::gpu::make_single_func<func>(skewness));
-        });
+    detail::route_buffer(queue, "skewness",
+                         QND_ON_CPU(detail::cpu::run_skewness<T, L>(queue, mean, data, skewness)),
+                         [&] {
+                             using func = detail::gpu::skewness_func_user_mean<T, false>;
+                             detail::gpu::submit_basic(
+                                 queue, mean, data, detail::gpu::make_single_func<func>(skewness));
+                         });
 }
 
 #define QND_SKEWNESS_BUFFER(M, T, L)                                                     \

@@ -16,8 +16,7 @@ sycl::event variation(sycl::queue& queue,
     detail::check_argument(variation == nullptr, "variation", "variation is nullptr");
     return detail::route_usm(
         queue, "variation",
-        [&] { return detail::cpu::run_variation<T, L>(queue, data, variation, dependencies); },
-        [&] {
+        QND_ON_CPU(detail::cpu::run_variation<T, L>(queue, data, variation, dependencies)), [&] {
             return detail::gpu::submit_basic_usm(
                 queue, data, detail::gpu::variation_func_fast<T, true>{variation}, dependencies);
         });
@@ -34,9 +33,7 @@ sycl::event variation(sycl::queue& queue,
     detail::check_argument(mean == nullptr, "variation", "mean is nullptr");
     return detail::route_usm(
         queue, "variation",
-        [&] {
-            return detail::cpu::run_variation<T, L>(queue, mean, data, variation, dependencies);
-        },
+        QND_ON_CPU(detail::cpu::run_variation<T, L>(queue, mean, data, variation, dependencies)),
         [&] {
             return detail::gpu::submit_basic_usm(
                 queue, mean, data, detail::gpu::variation_func_user_mean<T, true>{variation},

@@ -15,12 +15,12 @@ void variation(sycl::queue& queue,
                const dataset<L, sycl::buffer<T, 1>>& data,
                sycl::buffer<T, 1> variation) {
     detail::check_argument(variation.size() == 0, "variation", "variation array length is 0");
-    detail::route_buffer(
-        queue, "variation", [&] { detail::cpu::run_variation<T, L>(queue, data, variation); },
-        [&] {
-            using func = detail::gpu::variation_func_fast<T, false>;
-            detail::gpu::submit_basic(queue, data, detail::gpu::make_single_func<func>(variation));
-        });
+    detail::route_buffer(queue, "variation",
+                         QND_ON_CPU(detail::cpu::run_variation<T, L>(queue, data, variation)), [&] {
+                             using func = detail::gpu::variation_func_fast<T, false>;
+                             detail::gpu::submit_basic(
+                                 queue, data, detail::gpu::make_single_func<func>(variation));
+                         });
 }
 
 // Around the caller's mean; the output is checked before the mean.
@@ -31,13 +31,13 @@ void variation(sycl::queue& queue,
                sycl::buffer<T, 1> variation) {
     detail::check_argument(variation.size() == 0, "variation", "variation array length is 0");
     detail::check_argument(mean.size() == 0, "variation", "mean array length is 0");
-    detail::route_buffer(
-        queue, "variation", [&] { detail::cpu::run_variation<T, L>(queue, mean, data, variation); },
-        [&] {
-            using func = detail::gpu::variation_func_user_mean<T, false>;
-            detail::gpu::submit_basic(queue, mean, data,
-                                      detail::gpu::make_single_func<func>(variation));
-        });
+    detail::route_buffer(queue, "variation",
+                         QND_ON_CPU(detail::cpu::run_variation<T, L>(queue, mean, data, variation)),
+                         [&] {
+                             using func = detail::gpu::variation_func_user_mean<T, false>;
+                             detail::gpu::submit_basic(
+                                 queue, mean, data, detail::gpu::make_single_func<func>(variation));
+                         });
 }
 
 #define QND_VARIATION_BUFFER(M, T, L)                                                     \

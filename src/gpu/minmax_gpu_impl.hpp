@@ -52,20 +52,19 @@ sycl::event minmax_fold(sycl::queue& queue,
     return last;
 }
 
-// Pointer form. Waits for `dependencies` on the caller's thread first. One group's worth of
-// observations costs one launch, no allocation and no wait, and its event is returned live;
-// otherwise the temporaries are device allocations of n_dims * n_groups elements each (minimum
-// first), every launch is waited for, and the returned event is complete. The temporaries are
-// freed only on the normal path.
+// Pointer form, in work-groups of group_size. Waits for `dependencies` on the caller's thread
+// first. One group's worth of observations costs one launch, no allocation and no wait, and its
+// event is returned live; otherwise the temporaries are device allocations of n_dims * n_groups
+// elements each (minimum first), every launch is waited for, and the returned event is complete.
+// The temporaries are freed only on the normal path.
 template <bool Idx64 = true, typename F, typename T, layout L>
-sycl::event submit_minmax_usm(sycl::queue& queue,
-                              const dataset<L, T*>& data,
-                              const F& functor,
-                              const std::vector<sycl::event>& dependencies) {
+sycl::event plan_minmax_usm(sycl::queue& queue,
+                            std::uint64_t group_size,
+                            const dataset<L, T*>& data,
+                            const F& functor,
+                            const std::vector<sycl::event>& dependencies) {
     sycl::event::wait_and_throw(dependencies);
     const auto helper = make_dataset_helper<Idx64>(data);
-    const std::uint64_t group_size =
-        queue.get_device().template get_info<sycl::info::device::max_work_group_size>();
     const auto n_observations = static_cast<std::uint64_t>(data.n_observations);
     check_group_size(group_size, n_observations);
     const std::uint64_t n_groups = minmax_groups(n_observations, group_size);
@@ -88,17 +87,26 @@ sycl::event submit_minmax_usm(sycl::queue& queue,
     return last;
 }
 
-// Buffer form. Nothing waits here: the accessors on the shared buffers order the chain, and the
-// end of the temporaries' and fillers' lifetime blocks until it is done.
+// Pointer form in work-groups of the device's size.
+template <bool Idx64 = true, typename F, typename T, layout L>
+sycl::event submit_minmax_usm(sycl::queue& queue,
+                              const dataset<L, T*>& data,
+                              const F& functor,
+                              const std::vector<sycl::event>& dependencies) {
+    return plan_minmax_usm<Idx64>(queue, device_group_size(queue), data, functor, dependencies);
+}
+
+// Buffer form, in work-groups of group_size. Nothing waits here: the accessors on the shared
+// buffers order the chain, and the end of the temporaries' and fillers' lifetime blocks until it
+// is done.
 template <typename F, typename T, layout L>
-void submit_minmax(sycl::queue& queue,
-                   const dataset<L, sycl::buffer<T, 1>>& data,
-                   const F& functor) {
+void plan_minmax(sycl::queue& queue,
+                 std::uint64_t group_size,
+                 const dataset<L, sycl::buffer<T, 1>>& data,
+                 const F& functor) {
     sycl::buffer<T, 1> values_filler{sycl::range<1>(1)};
     sycl::buffer<std::int64_t, 1> indices_filler{sycl::range<1>(1)};
     const auto helper = make_dataset_helper(data, values_filler, indices_filler);
-    const std::uint64_t group_size =
-        queue.get_device().template get_info<sycl::info::device::max_work_group_size>();
     const auto n_observations = static_cast<std::uint64_t>(data.n_observations);
     check_group_size(group_size, n_observations);
     const std::uint64_t n_groups = minmax_groups(n_observations, group_size);
@@ -121,6 +129,14 @@ void submit_minmax(sycl::queue& queue,
     minmax_first_step(queue, helper, functor, tmp, group_size, n_groups,
                       n_observations % group_size);
     minmax_fold(queue, helper, functor, tmp, group_size, n_groups, no_wait);
+}
+
+// Buffer form in work-groups of the device's size.
+template <typename F, typename T, layout L>
+void submit_minmax(sycl::queue& queue,
+                   const dataset<L, sycl::buffer<T, 1>>& data,
+                   const F& functor) {
+    plan_minmax(queue, device_group_size(queue), data, functor);
 }
 
 }  // namespace tavrel::qnd::stats::detail::gpu

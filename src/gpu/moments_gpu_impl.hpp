@@ -53,20 +53,19 @@ sycl::event launch_basic_tree(sycl::queue& queue,
                                                                 row_stride, element_stride, planes);
 }
 
-// The plan of one pointer-form call. `mean` is the caller's mean when UserMean, else unused.
-// The dependencies are waited for here, on the caller's thread, before anything is made or
-// enqueued. The temporaries are buffers local to this call, so the call returns when the last
-// kernel has finished.
+// The plan of one pointer-form call in work-groups of group_size. `mean` is the caller's mean
+// when UserMean, else unused. The dependencies are waited for here, on the caller's thread,
+// before anything is made or enqueued. The temporaries are buffers local to this call, so the
+// call returns when the last kernel has finished.
 template <bool UserMean, bool Idx64, typename T, layout L, typename F>
 sycl::event plan_basic_usm(sycl::queue& queue,
+                           std::uint64_t group_size,
                            const T* mean,
                            const dataset<L, T*>& data,
                            const F& func,
                            const std::vector<sycl::event>& dependencies) {
     sycl::event::wait_and_throw(dependencies);
     const auto helper = make_dataset_helper<Idx64>(data);
-    const std::uint64_t group_size =
-        queue.get_device().get_info<sycl::info::device::max_work_group_size>();
     const auto n_observations = static_cast<std::uint64_t>(data.n_observations);
     check_group_size(group_size, n_observations);
     const std::uint64_t n_groups = (n_observations + group_size - 1) / group_size;
@@ -97,8 +96,8 @@ sycl::event submit_basic_usm(sycl::queue& queue,
                              const F& func,
                              const std::vector<sycl::event>& dependencies) {
     static_assert(!F::user_mean, "a finisher of sums around a caller's mean needs that mean");
-    return plan_basic_usm<false, Idx64>(queue, static_cast<const T*>(nullptr), data, func,
-                                        dependencies);
+    return plan_basic_usm<false, Idx64>(queue, device_group_size(queue),
+                                        static_cast<const T*>(nullptr), data, func, dependencies);
 }
 
 // Pointer form, sums of powers of deviations from the caller's `mean` (device-accessible, one
@@ -110,7 +109,8 @@ sycl::event submit_basic_usm(sycl::queue& queue,
                              const F& func,
                              const std::vector<sycl::event>& dependencies) {
     static_assert(F::user_mean, "sums around a caller's mean need a finisher of that kind");
-    return plan_basic_usm<true, Idx64>(queue, mean, data, func, dependencies);
+    return plan_basic_usm<true, Idx64>(queue, device_group_size(queue), mean, data, func,
+                                       dependencies);
 }
 
 }  // namespace tavrel::qnd::stats::detail::gpu

@@ -13,12 +13,14 @@
 
 namespace tavrel::qnd::stats::detail::gpu {
 
-// The plan of one buffer-form call. `mean` is the caller's mean when UserMean, else unused.
-// Earlier work on the caller's buffers is ordered by the runtime through the accessors, so
-// nothing waits on the caller's thread before the first launch. The temporaries are buffers
-// local to this call, so the call returns when the last kernel has finished.
+// The plan of one buffer-form call in work-groups of group_size. `mean` is the caller's mean when
+// UserMean, else unused. Earlier work on the caller's buffers is ordered by the runtime through
+// the accessors, so nothing waits on the caller's thread before the first launch. The
+// temporaries are buffers local to this call, so the call returns when the last kernel has
+// finished.
 template <bool UserMean, typename T, layout L, typename F>
 sycl::event plan_basic(sycl::queue& queue,
+                       std::uint64_t group_size,
                        sycl::buffer<T, 1>* mean,
                        dataset<L, sycl::buffer<T, 1>> data,
                        const F& func) {
@@ -27,8 +29,6 @@ sycl::event plan_basic(sycl::queue& queue,
     sycl::buffer<T, 1> values_filler{sycl::range<1>(1)};
     sycl::buffer<std::int64_t, 1> indices_filler{sycl::range<1>(1)};
     const auto helper = make_dataset_helper(data, values_filler, indices_filler);
-    const std::uint64_t group_size =
-        queue.get_device().get_info<sycl::info::device::max_work_group_size>();
     const auto n_observations = static_cast<std::uint64_t>(data.n_observations);
     check_group_size(group_size, n_observations);
     const std::uint64_t n_groups = (n_observations + group_size - 1) / group_size;
@@ -58,7 +58,8 @@ sycl::event submit_basic(sycl::queue& queue,
                          const dataset<L, sycl::buffer<T, 1>>& data,
                          const F& func) {
     static_assert(!F::user_mean, "a finisher of sums around a caller's mean needs that mean");
-    return plan_basic<false>(queue, static_cast<sycl::buffer<T, 1>*>(nullptr), data, func);
+    return plan_basic<false>(queue, device_group_size(queue),
+                             static_cast<sycl::buffer<T, 1>*>(nullptr), data, func);
 }
 
 // Buffer form, sums of powers of deviations from the caller's `mean` (one per dimension).
@@ -68,7 +69,7 @@ sycl::event submit_basic(sycl::queue& queue,
                          const dataset<L, sycl::buffer<T, 1>>& data,
                          const F& func) {
     static_assert(F::user_mean, "sums around a caller's mean need a finisher of that kind");
-    return plan_basic<true>(queue, &mean, data, func);
+    return plan_basic<true>(queue, device_group_size(queue), &mean, data, func);
 }
 
 }  // namespace tavrel::qnd::stats::detail::gpu

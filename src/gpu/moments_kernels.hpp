@@ -31,21 +31,20 @@ inline auto read_weight(const Data& data, std::uint64_t i) {
     return data.has_weights ? effective_weight<T>(data.weights[i]) : T(1);
 }
 
-// Stages row d of row-major data (local_size contiguous values) into the local array with one
-// copy by the whole group.
+// Stages row d of row-major data (local_size contiguous values) into the local array, each
+// work-item copying every local-range-th value; the caller's barrier completes the copy. A plain
+// loop rather than a group's asynchronous copy, which not every SYCL implementation offers on
+// local accessors.
 template <typename Data, typename Local>
 inline void stage_row(const sycl::nd_item<1>& item,
                       const Data& data,
                       const Local& local,
                       std::uint64_t d,
                       std::uint64_t local_size) {
-    using T = typename Local::value_type;
-    auto src = sycl::address_space_cast<sycl::access::address_space::global_space,
-                                        sycl::access::decorated::yes>(
-        const_cast<T*>(&data.observations[d * static_cast<std::uint64_t>(data.n_observations)]));
-    auto dst = local.template get_multi_ptr<sycl::access::decorated::yes>();
-    sycl::device_event copied = item.async_work_group_copy(dst, src, local_size);
-    item.wait_for(copied);
+    const std::uint64_t row = d * static_cast<std::uint64_t>(data.n_observations);
+    const std::uint64_t step = item.get_local_range(0);
+    for (std::uint64_t i = item.get_local_id(0); i < local_size; i += step)
+        local[i] = data.observations[row + i];
 }
 
 // The whole data fits one work-group: reduce and finish in one launch. Every work-item runs

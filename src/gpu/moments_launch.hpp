@@ -2,6 +2,7 @@
 // accessors, sizes the local array and submits one step kernel.
 #pragma once
 
+#include <algorithm>
 #include <cstdint>
 
 #include <sycl/sycl.hpp>
@@ -21,6 +22,23 @@ inline void require_all(sycl::handler& cgh, const Data& data, const F& func, con
     if constexpr (!Usm)
         func.require(cgh);
     tmp.require(cgh);
+}
+
+// The elements of a next step's local array: P planes of local_size, one more with weights. With
+// weights and no gap in the kept orders the kernels address one plane past that, which only a
+// runtime that pads each work-group's local memory absorbs (QND_LOCAL_MEMORY_SLACK, defined by
+// builds on the project's host runtime); elsewhere the request covers every plane addressed.
+template <typename Tmp>
+inline std::uint64_t next_step_local_elements(const Tmp& tmp,
+                                              std::uint64_t planes,
+                                              std::uint64_t local_size) {
+    const std::uint64_t w = tmp.has_weights ? 1 : 0;
+    const std::uint64_t stated = planes == 1 ? (local_size << w) : (planes + w) * local_size;
+#ifdef QND_LOCAL_MEMORY_SLACK
+    return stated;
+#else
+    return std::max(stated, tmp.addressed_planes() * local_size);
+#endif
 }
 
 // One work-group of local_size work-items reduces everything and runs the functor.
@@ -67,8 +85,7 @@ sycl::event basic_first_step(sycl::queue& queue,
 
 // `groups` groups of local_size work-items reduce one level of partial sums: rows row_stride
 // apart, elements element_stride apart, `tail` busy work-items in the last group (0: full).
-// `planes` is the plane count P of the call: the local array holds P planes, one more with
-// weights.
+// `planes` is the plane count P of the call.
 template <bool Last, bool Usm, bool UserMean, typename T, layout L, typename F, bool Idx64>
 sycl::event basic_next_step(sycl::queue& queue,
                             const dataset_helper<T, L, Usm, Idx64>& data,
@@ -81,9 +98,7 @@ sycl::event basic_next_step(sycl::queue& queue,
                             std::uint64_t element_stride,
                             std::uint64_t planes) {
     const std::uint64_t global_size = groups * local_size;
-    const std::uint64_t w = tmp.has_weights ? 1 : 0;
-    const std::uint64_t local_elements =
-        planes == 1 ? (local_size << w) : (planes + w) * local_size;
+    const std::uint64_t local_elements = next_step_local_elements(tmp, planes, local_size);
     check_launch_range(global_size, local_size);
     return queue.submit([&](sycl::handler& cgh) {
         require_all<Usm>(cgh, data, func, tmp);

@@ -1,4 +1,5 @@
-// The range test that every launch of the GPU engines passes before its kernel is declared.
+// The work-group size of a call of the GPU engines, and the range tests that every launch passes
+// before its kernel is declared.
 #pragma once
 
 #include <cstdint>
@@ -27,6 +28,12 @@ inline void check_launch_range(std::uint64_t global_size,
     if (!(offset + global_size < limit)) {
         throw sycl::exception(sycl::make_error_code(sycl::errc::nd_range), range_words);
     }
+}
+
+// The work-group size that a call plans its launches with: the device's maximum, its only tuning
+// input.
+inline std::uint64_t device_group_size(const sycl::queue& queue) {
+    return queue.get_device().get_info<sycl::info::device::max_work_group_size>();
 }
 
 // A tree of work-groups of one item never shrinks and a size of zero divides by zero: a device

@@ -176,6 +176,12 @@ struct sum_tmp_common {
         merge_planes(self(), values, d, item, row_stride, element_stride, first_dim);
     }
 
+    // The planes of the local array that load and merge address: the kept planes, packed, and
+    // after them the two of the weight sums when weighted.
+    std::uint64_t addressed_planes() const {
+        return self().has_weights ? self().plane_w2 + 1 : self().plane_p4 + 1;
+    }
+
     // Sum of weights and of squared weights, valid after the last step; the count when
     // unweighted.
     T w() const {

@@ -13,16 +13,6 @@ cache_pair<sycl::context, sycl::queue> service_caches;
 rw_spin_word context_cache_word{0};
 rw_spin_word queue_cache_word{0};
 
-sycl::context make_opencl_context(void* native_context) {
-    return sycl::detail::make_context(reinterpret_cast<std::uintptr_t>(native_context),
-                                      sycl::async_handler{}, backend_opencl, false, {});
-}
-
-sycl::context make_driver_context(void* native_context, const sycl::device& device) {
-    return sycl::detail::make_context(reinterpret_cast<std::uintptr_t>(native_context),
-                                      sycl::async_handler{}, backend_driver, true, {device});
-}
-
 std::int32_t driver_queue_description(void* interop) {
     std::int32_t code = -1;
     const std::intptr_t immediate = omp_get_interop_int(interop, property_immediate, &code);
@@ -30,11 +20,7 @@ std::int32_t driver_queue_description(void* interop) {
 }
 
 sycl::queue make_driver_queue(void* native_queue, const sycl::context& context, void* interop) {
-    const std::int32_t description = driver_queue_description(interop);
-    const sycl::device device = context.get_devices().front();
-    return sycl::detail::make_queue(reinterpret_cast<std::uintptr_t>(native_queue), description,
-                                    context, &device, true, sycl::property_list{},
-                                    sycl::async_handler{}, backend_driver);
+    return make_driver_queue_of(native_queue, driver_queue_description(interop), context);
 }
 
 namespace {

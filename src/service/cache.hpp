@@ -6,6 +6,7 @@
 
 #include <sycl/sycl.hpp>
 
+#include "service/native_interop.hpp"
 #include "service/pointer_hash_map.hpp"
 #include "service/rw_spin_word.hpp"
 
@@ -27,13 +28,6 @@ extern cache_pair<sycl::context, sycl::queue> service_caches;
 // leaves its word at 1 for good.
 extern rw_spin_word context_cache_word;
 extern rw_spin_word queue_cache_word;
-
-// A context of the OpenCL backend that takes over the native context (keep-ownership false).
-sycl::context make_opencl_context(void* native_context);
-
-// A context of the driver runtime on the one device `device`; the native context stays with its
-// owner (keep-ownership true).
-sycl::context make_driver_context(void* native_context, const sycl::device& device);
 
 // The handle description of a driver-runtime queue: 1 if property 10 of `interop` says that the
 // native queue is an immediate command list (non-zero, with code 0), else 0.

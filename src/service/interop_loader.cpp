@@ -1,5 +1,4 @@
-// The five interop entries of the offload runtime, bound all or nothing on first use, and the
-// search of the driver runtime's devices among the SYCL devices.
+// The five interop entries of the offload runtime, bound all or nothing on first use.
 #include "service/interop_loader.hpp"
 
 #include <dlfcn.h>
@@ -33,11 +32,6 @@ constexpr const char* quoted_entry_names[interop_entry_count] = {
     "'omp_get_interop_str'", "'ompx_interop_add_completion_callback'"};
 
 entry_table<interop_entry_count> table{entry_names, {}, 0, 0, -1};
-
-// Devices are asked for by the runtime's device-type number 2, not by a SYCL name: the driver
-// runtime numbers its device types that way, whatever enumerator the SYCL runtime gives that
-// number (on this runtime, info::device_type::gpu).
-constexpr sycl::info::device_type driver_device_type = static_cast<sycl::info::device_type>(2);
 
 template <typename Fn>
 Fn* bound(interop_entry entry) {
@@ -114,51 +108,6 @@ int interop_memory_usable() {
     const std::int32_t length =
         cpu::qnd_serv_getenv("LIBOMPTARGET_OPENCL_USE_SVM", value, sizeof value);
     return length > 0 && value[0] == '1' ? 0 : 1;
-}
-
-sycl::queue make_opencl_queue(void* native_queue,
-                              const sycl::context& context,
-                              const sycl::async_handler& handler) {
-    return sycl::detail::make_queue(reinterpret_cast<std::uintptr_t>(native_queue), 0, context,
-                                    nullptr, false, sycl::property_list{}, handler, backend_opencl);
-}
-
-sycl::device find_driver_device(void* const* native_device) {
-    const std::vector<sycl::platform> platforms = sycl::platform::get_platforms();
-    if (!platforms.empty()) {
-        for (const sycl::platform& platform : platforms) {
-            if (platform.get_backend() != backend_driver)
-                continue;
-            for (const sycl::device& device : platform.get_devices(driver_device_type)) {
-                if (std::optional<sycl::device> found = match_native_device(device, native_device))
-                    return *found;
-            }
-        }
-    }
-    throw sycl::exception(sycl::make_error_code(sycl::errc::invalid),
-                          "Native device isn't exposed to SYCL.");
-}
-
-std::optional<sycl::device> match_native_device(const sycl::device& device,
-                                                void* const* native_device) {
-    if (device.get_backend() != backend_driver)
-        throw sycl::exception(sycl::make_error_code(sycl::errc::backend_mismatch),
-                              "Backends mismatch");
-    if (sycl::get_native<backend_driver>(device) == *native_device)
-        return device;
-    // Depth first through the sub-devices by affinity domain, as far as the tree goes.
-    constexpr auto by_affinity = sycl::info::partition_property::partition_by_affinity_domain;
-    for (sycl::info::partition_property property :
-         device.get_info<sycl::info::device::partition_properties>()) {
-        if (property != by_affinity)
-            continue;
-        for (const sycl::device& sub_device : device.create_sub_devices<by_affinity>(
-                 sycl::info::partition_affinity_domain::next_partitionable)) {
-            if (std::optional<sycl::device> found = match_native_device(sub_device, native_device))
-                return found;
-        }
-    }
-    return std::nullopt;
 }
 
 }  // namespace tavrel::qnd::gpu::detail

@@ -1,11 +1,8 @@
-// Run-time binding of the OpenMP offload runtime's five interop entries, and the makers of SYCL
-// devices and queues from native handles that the caches and queue_from_interop share.
+// Run-time binding of the OpenMP offload runtime's five interop entries and the property numbers
+// read through them.
 #pragma once
 
 #include <cstdint>
-#include <optional>
-
-#include <sycl/sycl.hpp>
 
 namespace tavrel::qnd::gpu::detail {
 
@@ -26,10 +23,6 @@ inline constexpr std::int32_t runtime_opencl = 3;
 inline constexpr std::int32_t runtime_sycl = 4;
 inline constexpr std::int32_t runtime_driver = 6;
 
-// SYCL backend values of native interoperation.
-inline constexpr sycl::backend backend_opencl = static_cast<sycl::backend>(1);
-inline constexpr sycl::backend backend_driver = static_cast<sycl::backend>(2);
-
 // Opens "libomptarget.so" once and binds the five entries, all or nothing. Returns 0 if all five
 // are bound, -1 if not; a failed load is not tried again. Thread-safe and idempotent.
 int load_interop_entries();
@@ -47,23 +40,5 @@ std::int32_t ompx_interop_add_completion_callback(void* interop,
 // 0 if LIBOMPTARGET_OPENCL_USE_SVM asks for SVM (its first character is '1'), else 1. The
 // variable is read on every call.
 int interop_memory_usable();
-
-// A queue of the OpenCL backend made from the native queue `native_queue` on `context`; the
-// native queue is handed over (keep-ownership false).
-sycl::queue make_opencl_queue(void* native_queue,
-                              const sycl::context& context,
-                              const sycl::async_handler& handler);
-
-// The GPU device of the driver runtime whose native handle is `*native_device`, root devices and
-// their sub-devices searched depth first. Throws sycl::exception errc::invalid "Native device
-// isn't exposed to SYCL." when none has it, and errc::backend_mismatch "Backends mismatch" when a
-// device of a driver-runtime platform has another backend.
-sycl::device find_driver_device(void* const* native_device);
-
-// `device` or the first of its sub-devices by affinity domain, depth first, whose native handle
-// is `*native_device`; nothing if none. Throws "Backends mismatch" for a device of another
-// backend.
-std::optional<sycl::device> match_native_device(const sycl::device& device,
-                                                void* const* native_device);
 
 }  // namespace tavrel::qnd::gpu::detail

@@ -2,6 +2,7 @@
 #include "service/queue_from_interop.hpp"
 
 #include "service/interop_loader.hpp"
+#include "service/native_interop.hpp"
 #include "service/opencl_entries.hpp"
 #include "tavrel/qnd/gpu.hpp"
 
