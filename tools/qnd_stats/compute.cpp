@@ -494,9 +494,9 @@ std::vector<histogram> histogram_ranges(const stats_job& job,
     for (std::size_t c = 0; c < h.size(); ++c) {
         h[c].low = min_max[2 * c];
         h[c].high = min_max[2 * c + 1];
+        // The mask also leaves out the weight column; a column without observations has no range.
         const bool kept = job.indices.empty() || job.indices[c] != 0;
-        if (kept && static_cast<std::int64_t>(c) != job.weight_column && std::isfinite(h[c].low) &&
-            std::isfinite(h[c].high) && h[c].low <= h[c].high)
+        if (kept && std::isfinite(h[c].low) && std::isfinite(h[c].high))
             h[c].bins.assign(static_cast<std::size_t>(bins), 0.0);
     }
     return h;
